@@ -8,7 +8,7 @@ host="$base libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libcurl4
   nlohmann-json3-dev tzdata"
 gtest="libgtest-dev libgmock-dev googletest"
 rtsp="libgstreamer1.0-dev libgstrtspserver-1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base
-  gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly"
+  gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-libav"
 servers="python3 python3-pyftpdlib python3-aiosmtpd vsftpd openssl"
 tests="$host $gtest $rtsp $servers binutils ffmpeg e2fsprogs"
 clang="clang libclang-rt-dev"
