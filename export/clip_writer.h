@@ -6,6 +6,7 @@
 #include <string>
 
 #include "export/output_name.h"
+#include "export/output_room.h"
 #include "record/export.h"
 #include "record/platform.h"
 
@@ -95,6 +96,7 @@ class Mp4Clip : public ClipWriter {
 
   const Settings m_settings;
   void* m_muxer = nullptr;
+  OutputRoom m_room;
   bool m_hasAudioTrack = false;
 };
 

@@ -117,6 +117,7 @@ int Mp4Clip::Open() {
     return Fail(-1, error);
   }
   m_hasAudioTrack = audio.enabled != 0;
+  if (m_name.IsTemporary()) m_room.Begin(m_name.Chosen());
   RECORD_LOG("store file: %s ...\n\n\n", m_name.Path().c_str());
   return 0;
 }
@@ -131,6 +132,7 @@ int Mp4Clip::Write(const ClipFrame& frame) {
   if (!HasParams()) return 0;
   if (!m_muxer && Open() != 0) return -1;
   if (!frame.isVideo && !m_hasAudioTrack) return 0;
+  if (frame.length > 0) m_room.Need(static_cast<unsigned>(frame.length));
   errno = 0;
   const int written = WriteFrame(frame);
   if (written != 0) {
@@ -147,6 +149,7 @@ int Mp4Clip::Write(const ClipFrame& frame) {
 }
 
 int Mp4Clip::CloseFile() {
+  m_room.GiveBack();
   errno = 0;
   Emp4MuxerClose(m_muxer);
   const int error = errno;

@@ -17,6 +17,7 @@ class OutputName {
   // Where to write. Asks the file system: once, before the file is opened.
   const std::string& Choose();
   const std::string& Chosen() const { return m_chosen; }
+  bool IsTemporary() const { return m_chosen != m_path; }
 
   // The file is whole and closed. 0, or an errno: then it still lies under the chosen name.
   int Publish() const;
@@ -24,8 +25,6 @@ class OutputName {
   void Abandon() const;
 
  private:
-  bool IsTemporary() const { return m_chosen != m_path; }
-
   const std::string m_path;
   const Old m_old;
   std::string m_chosen;

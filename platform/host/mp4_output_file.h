@@ -1,6 +1,5 @@
-// A file that only ever grows by whole pieces, but for the switch that finishes it. Where the file system keeps a
-// journal, room is reserved ahead of the writes: that costs the kernel less than to find it page by page, and
-// files that are written side by side stay in long stretches.
+// A file that only ever grows by whole pieces, but for the switch that finishes it. No room is reserved for it: in
+// reserved room a power cut leaves zeros where a file that merely grows is shorter.
 #ifndef PLATFORM_HOST_MP4_OUTPUT_FILE_H
 #define PLATFORM_HOST_MP4_OUTPUT_FILE_H
 
@@ -23,18 +22,13 @@ class Mp4OutputFile {
   // Appends both with one call; a piece that does not fit is taken back.
   int Append(const Bytes& first, const Bytes& second);
   int WriteOver(std::uint64_t offset, const Bytes& bytes);
-  int Sync();  // reserves nothing any more
+  int Sync();
 
   std::uint64_t Size() const { return m_size; }
 
  private:
-  void Reserve(std::uint64_t end);
-  void ReleaseRest();
-
   int m_file = -1;
   std::uint64_t m_size = 0;
-  bool m_reserves = false;
-  std::uint64_t m_reserved = 0;  // up to this offset
 };
 
 }  // namespace record

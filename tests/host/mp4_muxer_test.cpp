@@ -1,11 +1,8 @@
 // MP4 files as they are written, judged by programs that are not ours.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/magic.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -74,25 +71,6 @@ TEST_P(Mp4CodecTest, FinishedFilesAreOrdinary) {
     ASSERT_TRUE(demuxer.IsOpen());
     EXPECT_EQ(FromZero(frames), demuxer.ReadAll());
   }
-}
-
-// What is reserved ahead of the writes is no part of the file, and given back.
-TEST_F(Mp4MuxerTest, ReservesRoomAheadAndGivesItBack) {
-  constexpr std::int64_t kBlock = 512;
-  const auto room = [this] {
-    struct stat status = {};
-    EXPECT_EQ(0, stat(path.c_str(), &status));
-    return status.st_blocks * kBlock - status.st_size;
-  };
-  struct statfs medium = {};
-  ASSERT_EQ(0, statfs(directory.Path().c_str(), &medium));
-  TestMuxer muxer(path, VIDEO_CODEC_H264, AUDIO_CODEC_G711_ULAW);
-  ASSERT_EQ(0, muxer.WriteAll(DeviceFrames(VIDEO_CODEC_H264, AUDIO_CODEC_G711_ULAW, 5000)));
-  if (medium.f_type == EXT4_SUPER_MAGIC) {
-    EXPECT_GT(room(), 1 << 20);
-  }
-  muxer.Close();
-  EXPECT_LT(room(), 64 << 10);
 }
 
 // What is left of a file whose writer is gone is all complete groups, wherever it is cut behind them.
