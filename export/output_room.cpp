@@ -12,8 +12,8 @@ namespace {
 constexpr std::uint64_t kReservedAtOnce = 4 << 20;
 constexpr unsigned kFrameOverhead = 16;  // what a container notes of each frame
 
-// Elsewhere a reservation is written as zeros, or what a crash leaves of it is taken for damage.
-bool KeepsJournal(int file) {
+// Elsewhere zeros are written into reserved room, or what a crash leaves of it is taken for damage.
+bool NotesWhatIsUnwritten(int file) {
   struct statfs status;
   return fstatfs(file, &status) == 0 && (status.f_type == EXT4_SUPER_MAGIC || status.f_type == XFS_SUPER_MAGIC);
 }
@@ -25,7 +25,7 @@ void OutputRoom::Begin(const std::string& path) {
   m_needed = 0;
   m_reserved = 0;
   m_file = open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-  if (m_file >= 0 && !KeepsJournal(m_file)) GiveBack();
+  if (m_file >= 0 && !NotesWhatIsUnwritten(m_file)) GiveBack();
 }
 
 // A reservation that fails may have taken all that was left: others need it, too, and what cannot be had now may

@@ -1,6 +1,6 @@
-// Room that is reserved ahead of what an output gets, where the file system keeps a journal: that costs the kernel
-// less than to find it page by page, and files that are written side by side stay in long stretches. Only for a
-// file that nobody trusts before it is whole: a power cut may leave zeros in what is written into reserved room.
+// Room that is reserved ahead of what an output gets, on ext4 and XFS: that costs the kernel less than to find it
+// page by page, and files that are written side by side stay in long stretches. Only for a file that nobody trusts
+// before it is whole: a power cut may leave zeros in what is written into reserved room.
 #ifndef EXPORT_OUTPUT_ROOM_H
 #define EXPORT_OUTPUT_ROOM_H
 

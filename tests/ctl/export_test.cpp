@@ -1,5 +1,8 @@
 // Exports of real recordings, judged by programs that are not ours.
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
@@ -157,6 +160,13 @@ TEST_F(ExportTest, WhatCannotBeDone) {
   EXPECT_EQ(run(Out("none/x.mp4")).err,
             "recordctl: " + Out("none/x.mp4") + ": cannot be written: No such file or directory\n");
   EXPECT_EQ(run(m_directory.string() + ".mp4/").code, 2);
+  WriteFile(Out("busy.mp4.part"), "theirs");
+  const int theirs = open(Out("busy.mp4.part").c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(flock(theirs, LOCK_EX), 0);
+  EXPECT_EQ(run(Out("busy.mp4")).err, "recordctl: " + Out("busy.mp4") + ": is being made by another run\n");
+  EXPECT_EQ(ReadFile(Out("busy.mp4.part")), "theirs");
+  close(theirs);
+  EXPECT_EQ(run(Out("busy.mp4")).code, 0);
 
   // A file that must not grow beyond so many KiB.
   for (const int limit : {1, 20, 64, 150}) {

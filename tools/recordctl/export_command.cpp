@@ -12,6 +12,7 @@
 #include "tools/recordctl/export_run.h"
 #include "tools/recordctl/mp4_frame_check.h"
 #include "tools/recordctl/output.h"
+#include "tools/recordctl/output_claim.h"
 #include "tools/recordctl/root.h"
 #include "tools/recordctl/time_span.h"
 
@@ -106,10 +107,10 @@ class Exporter {
     record::RecordExportSettings settings = {static_cast<unsigned>(part.Seconds()), toNextKey};
     for (std::vector<record::ExportPiece> pieces = PiecesOf(part); !pieces.empty();) {
       const std::string path = m_request.split ? PartName(m_request.out, ++m_part) : m_request.out;
-      const std::string complaint = OutputComplaint(path, m_request.overwrite);
-      if (!complaint.empty()) {
+      const OutputClaim claim(path, m_request.overwrite);
+      if (!claim.Complaint().empty()) {
         ReportHeld();
-        m_code = Fail(complaint);
+        m_code = Fail(claim.Complaint());
         return;
       }
       const auto job = std::make_shared<record::RecordExportJob>(
@@ -177,8 +178,8 @@ int Timelapse(const Options& options, const ExportRequest& request) {
     return kUsage;
   }
   if (!Check(options, request, span, code)) return code;
-  const std::string complaint = OutputComplaint(request.out, request.overwrite);
-  if (!complaint.empty()) return Fail(complaint);
+  const OutputClaim claim(request.out, request.overwrite);
+  if (!claim.Complaint().empty()) return Fail(claim.Complaint());
   const auto minutes = static_cast<unsigned>(std::max(span.Seconds() / 60, 1LL));
   const record::TimelapseSettings settings = {static_cast<unsigned>(request.seconds),
                                               record::TimelapseInterval(request.seconds, minutes), true, true,

@@ -1,7 +1,5 @@
 #include "tools/recordctl/export_run.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -84,20 +82,6 @@ void PrintText(const std::string& path, const ExportReport& report) {
 }
 
 }  // namespace
-
-std::string OutputComplaint(const std::string& path, bool overwrite) {
-  struct stat status = {};
-  if (stat(path.c_str(), &status) == 0) {
-    if (S_ISDIR(status.st_mode)) return path + ": is a directory";
-    if (!overwrite) return path + ": is there already (--overwrite replaces it)";
-    if (!S_ISREG(status.st_mode)) return path + ": is no regular file";
-  }
-  const std::string part = path + ".part";
-  const int file = open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666);
-  if (file < 0) return path + ": cannot be written: " + std::strerror(errno);
-  close(file);
-  return "";
-}
 
 ExportRun::ExportRun(const Options& options, std::string what, std::string phase)
     : m_what(std::move(what)), m_phase(std::move(phase)), m_progress(ChosenProgress(options)) {}

@@ -14,9 +14,6 @@
 
 namespace recordctl {
 
-// "" when `path` can be made, else why not. Leaves an empty "<path>.part".
-std::string OutputComplaint(const std::string& path, bool overwrite);
-
 class ExportRun {
  public:
   // `what` is for people ("exporting"), `phase` for programs.
