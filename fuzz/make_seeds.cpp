@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iostream>
 #include <string>
+#include <utility>
 
 #include "record/platform.h"
 #include "storage/record_info.h"
@@ -36,7 +37,6 @@ kmvtest::File Scrambled() {
 }
 
 void MakeKmvSeeds(const std::filesystem::path& directory) {
-  std::filesystem::create_directories(directory);
   kmvtest::File usual;
   Save(directory / "empty.kmv", usual.Bytes());
   usual.FillTwoSeconds();
@@ -58,7 +58,6 @@ void MakeKmvSeeds(const std::filesystem::path& directory) {
 }
 
 void MakeAviSeeds(const std::filesystem::path& directory) {
-  std::filesystem::create_directories(directory);
   for (const int codec : {VIDEO_CODEC_MPEG4, VIDEO_CODEC_H264, VIDEO_CODEC_H265}) {
     avitest::File file(codec != VIDEO_CODEC_H265, codec);
     file.FillSeconds(2, 3);
@@ -68,7 +67,7 @@ void MakeAviSeeds(const std::filesystem::path& directory) {
     file.Finish();
     Save(directory / ("finished" + name + ".avi"), file.Bytes());
     std::string damaged = file.Bytes();
-    avitest::SetU32(damaged, file.Chunks()[2].offset, 0);
+    avitest::SetU32(damaged, file.Packets()[2].offset, 0);
     avitest::SetU32(damaged, file.IndexOffset(), 0);
     Save(directory / ("damaged" + name + ".avi"), damaged);
   }
@@ -76,7 +75,6 @@ void MakeAviSeeds(const std::filesystem::path& directory) {
 
 // What the library's own functions write; the catalogue's fuzzer looks at the 31st of January 2024.
 void MakeInfoSeeds(const std::filesystem::path& directory) {
-  std::filesystem::create_directories(directory);
   RecordInfoStruct info = {};
   info.startSeconds = 1706688000;
   info.endSeconds = 1706688060;
@@ -92,7 +90,6 @@ void MakeInfoSeeds(const std::filesystem::path& directory) {
 }
 
 void MakeTypeIndexSeeds(const std::filesystem::path& directory) {
-  std::filesystem::create_directories(directory);
   std::string minutes(record::kTypeIndexMinutes, record::kNoRecording);
   record::StoreTypeIndexMinute(directory / "empty", minutes.data(), 0);
   minutes.replace(600, 60, 60, 'M');
@@ -108,7 +105,6 @@ std::string CardFile(unsigned place, const std::string& name, const std::string&
 }
 
 void MakeCatalogueSeeds(const std::filesystem::path& directory) {
-  std::filesystem::create_directories(directory);
   RecordInfoStruct info = {};
   info.startSeconds = 1706688000;
   info.endSeconds = 1706688600;
@@ -127,7 +123,6 @@ void MakeCatalogueSeeds(const std::filesystem::path& directory) {
 
 // A byte that chooses the container, then the file.
 void MakeExportSeeds(const std::filesystem::path& directory) {
-  std::filesystem::create_directories(directory);
   kmvtest::File usual;
   usual.FillTwoSeconds();
   Save(directory / "kmv-cut", std::string(1, '\0') + usual.Bytes());
@@ -171,7 +166,6 @@ void MakeMp4Seed(const std::filesystem::path& directory, const std::string& name
 }
 
 void MakeMp4Seeds(const std::filesystem::path& directory) {
-  std::filesystem::create_directories(directory);
   MakeMp4Seed(directory, "aac", 10);
   MakeMp4Seed(directory, "ulaw", 11);
   MakeMp4Seed(directory, "alaw", 12);
@@ -185,13 +179,15 @@ int main(int argc, char** argv) {
     return 2;
   }
   const std::filesystem::path seeds = argv[1];
-  MakeKmvSeeds(seeds / "kmv_reader_fuzz");
-  MakeKmvSeeds(seeds / "session_fuzz");
-  MakeAviSeeds(seeds / "avi_reader_fuzz");
-  MakeInfoSeeds(seeds / "info_file_fuzz");
-  MakeCatalogueSeeds(seeds / "catalogue_fuzz");
-  MakeExportSeeds(seeds / "export_fuzz");
-  MakeTypeIndexSeeds(seeds / "rec_type_idx_fuzz");
-  MakeMp4Seeds(seeds / "mp4_reader_fuzz");
+  const std::pair<const char*, void (*)(const std::filesystem::path&)> targets[] = {
+      {"kmv_reader_fuzz", MakeKmvSeeds},         {"session_fuzz", MakeKmvSeeds},
+      {"avi_reader_fuzz", MakeAviSeeds},         {"info_file_fuzz", MakeInfoSeeds},
+      {"catalogue_fuzz", MakeCatalogueSeeds},    {"export_fuzz", MakeExportSeeds},
+      {"rec_type_idx_fuzz", MakeTypeIndexSeeds}, {"mp4_reader_fuzz", MakeMp4Seeds},
+  };
+  for (const auto& [name, make] : targets) {
+    std::filesystem::create_directories(seeds / name);
+    make(seeds / name);
+  }
   return 0;
 }

@@ -2,7 +2,6 @@
 #ifndef TESTS_FORMAT_AVI_BYTES_H
 #define TESTS_FORMAT_AVI_BYTES_H
 
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -22,7 +21,9 @@ inline std::string Start(int codec, bool key) {
   return std::string("\0\0\0\1", 4) + (key ? '\x65' : '\x41') + '\0';
 }
 
-struct Chunk {
+struct Packet {
+  static constexpr int kBehindTheLast = -2;  // what the reader says there
+
   bool video;
   bool key;
   std::string payload;
@@ -60,14 +61,14 @@ class File {
     const std::size_t padded = (DataEnd() - HeaderSize() + 3) / 4 * 4;
     m_bytes.resize(HeaderSize() + padded, '\xff');
     m_bytes += "idx1";
-    PutU32(m_bytes, static_cast<std::uint32_t>(16 * m_chunks.size()));
+    PutU32(m_bytes, static_cast<std::uint32_t>(16 * m_packets.size()));
     std::uint32_t videoFrames = 0;
-    for (const Chunk& chunk : m_chunks) {
-      m_bytes += chunk.video ? "00dc" : "01wb";
-      PutU32(m_bytes, chunk.key ? 16 : 0);
-      PutU32(m_bytes, static_cast<std::uint32_t>(chunk.offset - HeaderSize() + 4));
-      PutU32(m_bytes, static_cast<std::uint32_t>(chunk.payload.size()));
-      videoFrames += chunk.video;
+    for (const Packet& packet : m_packets) {
+      m_bytes += packet.video ? "00dc" : "01wb";
+      PutU32(m_bytes, packet.key ? 16 : 0);
+      PutU32(m_bytes, static_cast<std::uint32_t>(packet.offset - HeaderSize() + 4));
+      PutU32(m_bytes, static_cast<std::uint32_t>(packet.payload.size()));
+      videoFrames += packet.video;
     }
     SetU32(m_bytes, 4, static_cast<std::uint32_t>(m_bytes.size() - 8));
     SetU32(m_bytes, 48, videoFrames);
@@ -75,14 +76,14 @@ class File {
   }
 
   std::size_t HeaderSize() const { return m_audio ? 9896 : 5672; }
-  std::size_t DataEnd() const { return m_chunks.empty() ? HeaderSize() : m_chunks.back().End(); }
+  std::size_t DataEnd() const { return m_packets.empty() ? HeaderSize() : m_packets.back().End(); }
   std::size_t IndexOffset() const { return HeaderSize() + (DataEnd() - HeaderSize() + 3) / 4 * 4; }
   const std::string& Bytes() const { return m_bytes; }
-  const std::vector<Chunk>& Chunks() const { return m_chunks; }
+  const std::vector<Packet>& Packets() const { return m_packets; }
 
  private:
   void Add(bool video, bool key, const std::string& payload) {
-    m_chunks.push_back({video, key, payload, m_bytes.size()});
+    m_packets.push_back({video, key, payload, m_bytes.size()});
     m_bytes += video ? "00dc" : "01wb";
     PutU32(m_bytes, static_cast<std::uint32_t>(payload.size()));
     m_bytes += payload;
@@ -91,7 +92,7 @@ class File {
   const bool m_audio;
   const int m_codec;
   std::string m_bytes;
-  std::vector<Chunk> m_chunks;
+  std::vector<Packet> m_packets;
 };
 
 }  // namespace avitest

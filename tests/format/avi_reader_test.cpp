@@ -1,5 +1,7 @@
 #include <unistd.h>
 
+#include <cstring>
+
 #include "tests/format/avi_reading.h"
 
 namespace avitest {
@@ -39,12 +41,12 @@ TEST_F(AviTest, FinishedFileAnswersFromHeaderAndIndex) {
   EXPECT_STREQ(audio.codec, "G711");
   EXPECT_EQ(audio.bits, 16u);
   EXPECT_EQ(audio.bitrate, 8000u * 128);
-  ExpectChunks(m_reader, file, 0, file.Chunks().size());
+  ExpectPackets(m_reader, file.Packets(), 0, file.Packets().size());
   EXPECT_TRUE(m_platform.Logged("CAviFile meida data reach end!!!\n\n"));
   EXPECT_EQ(m_reader.GetTimeOffset(), 52 * 200);
 }
 
-TEST_F(AviTest, TheFirstFrameIsOneIntervalOld) {
+TEST_F(AviTest, TheFirstFrameIsOneIntervalOldAndOnlyTheExactFlagMarksAKeyFrame) {
   File file;
   file.FillSeconds(2);
   file.Finish();
@@ -57,6 +59,13 @@ TEST_F(AviTest, TheFirstFrameIsOneIntervalOld) {
   ASSERT_EQ(Open(bytes), 1);
   EXPECT_EQ(m_reader.GetVideoFramerate(), 25);
   EXPECT_EQ(ReadFrame(m_reader).stamp, 40u);
+
+  bytes = file.Bytes();
+  SetU32(bytes, file.IndexOffset() + 8 + 4, 0x11);
+  ASSERT_EQ(Open(bytes), 1);
+  EXPECT_EQ(m_reader.GetKeyFrameTimeInterval(), 2000);
+  ASSERT_EQ(m_reader.SeekTimeOffset(0), 0);
+  EXPECT_TRUE(ReadFrame(m_reader) == file.Packets()[0]) << "no key frame yet: from the begin";
 }
 
 TEST_F(AviTest, SecondsLeadToTheirKeyFrame) {
@@ -78,7 +87,7 @@ TEST_F(AviTest, SecondsLeadToTheirKeyFrame) {
        {Case{0, 0, 2000}, Case{2, 0, 2000}, Case{3, 15, 3000}, Case{4, 20, 6000}, Case{6, 20, 6000}}) {
     ASSERT_EQ(m_reader.SeekTimeOffset(c.second), 0);
     EXPECT_EQ(m_reader.GetTimeOffset(), c.stamp) << "the latest second that this key frame serves";
-    EXPECT_TRUE(ReadFrame(m_reader) == file.Chunks()[c.chunk]) << c.second;
+    EXPECT_TRUE(ReadFrame(m_reader) == file.Packets()[c.chunk]) << c.second;
   }
   EXPECT_EQ(m_reader.SeekTimeOffset(7), -1);
   EXPECT_TRUE(m_platform.Logged("CAviFile::SeekTimeOffset(): nTimeOffset=7 > m_nDuration = 7\n\n"));
@@ -87,30 +96,18 @@ TEST_F(AviTest, SecondsLeadToTheirKeyFrame) {
   EXPECT_EQ(m_reader.MovePrevKeyFrame(), -2);
   for (const std::size_t chunk : {0, 15, 20}) {
     ASSERT_EQ(m_reader.MoveNextKeyFrame(), 0);
-    EXPECT_TRUE(ReadFrame(m_reader) == file.Chunks()[chunk]);
+    EXPECT_TRUE(ReadFrame(m_reader) == file.Packets()[chunk]);
   }
   EXPECT_EQ(m_reader.MoveNextKeyFrame(), -1);
   ASSERT_EQ(m_reader.MovePrevKeyFrame(), 0);
   EXPECT_EQ(m_reader.GetTimeOffset(), 3000);
-  EXPECT_TRUE(ReadFrame(m_reader) == file.Chunks()[15]);
+  EXPECT_TRUE(ReadFrame(m_reader) == file.Packets()[15]);
   ASSERT_EQ(m_reader.MovePrevKeyFrame(), 0);
   EXPECT_EQ(m_reader.GetTimeOffset(), 2000);
-  EXPECT_TRUE(ReadFrame(m_reader) == file.Chunks()[0]);
+  EXPECT_TRUE(ReadFrame(m_reader) == file.Packets()[0]);
   ASSERT_EQ(m_reader.MovePrevKeyFrame(), 0) << "nothing before it: the begin of the data";
   EXPECT_EQ(m_reader.GetTimeOffset(), 0);
-  EXPECT_TRUE(ReadFrame(m_reader) == file.Chunks()[0]);
-}
-
-TEST_F(AviTest, OnlyTheExactFlagMarksAKeyFrame) {
-  File file;
-  file.FillSeconds(2);
-  file.Finish();
-  std::string bytes = file.Bytes();
-  SetU32(bytes, file.IndexOffset() + 8 + 4, 0x11);
-  ASSERT_EQ(Open(bytes), 1);
-  EXPECT_EQ(m_reader.GetKeyFrameTimeInterval(), 2000);
-  ASSERT_EQ(m_reader.SeekTimeOffset(0), 0);
-  EXPECT_TRUE(ReadFrame(m_reader) == file.Chunks()[0]) << "no key frame yet: from the begin";
+  EXPECT_TRUE(ReadFrame(m_reader) == file.Packets()[0]);
 }
 
 TEST_F(AviTest, ConfigurationComesFromTheFirstKeyFrame) {
@@ -179,13 +176,13 @@ TEST_F(AviTest, LargeAndDamagedFramesArePassedOver) {
   EXPECT_EQ(ReadFrame(m_reader).result, 512000);
   EXPECT_EQ(ReadFrame(m_reader).result, -3);
   EXPECT_TRUE(m_platform.Logged("CAviFile frame len = 512001 is too large!!!\n\n"));
-  EXPECT_TRUE(ReadFrame(m_reader) == file.Chunks()[2]);
+  EXPECT_TRUE(ReadFrame(m_reader) == file.Packets()[2]);
   EXPECT_EQ(ReadFrame(m_reader).result, -2);
   const std::unique_ptr<CVideoFile> whole = CreateVideoFile(m_path.c_str());
   ASSERT_EQ(whole->Open(m_path.c_str()), 1);
-  ExpectChunks(*whole, file, 0, 3);
+  ExpectPackets(*whole, file.Packets(), 0, 3);
 
-  SetU32(bytes, file.Chunks()[2].offset, 0x41414141);
+  SetU32(bytes, file.Packets()[2].offset, 0x41414141);
   ASSERT_EQ(Open(bytes), 1);
   ReadFrame(m_reader);
   ReadFrame(m_reader);
@@ -194,7 +191,7 @@ TEST_F(AviTest, LargeAndDamagedFramesArePassedOver) {
 
   // Cut off while it is read: within the head of a frame.
   ASSERT_EQ(Open(file.Bytes()), 1);
-  ASSERT_EQ(truncate(m_path.c_str(), static_cast<off_t>(file.Chunks()[0].offset + 6)), 0);
+  ASSERT_EQ(truncate(m_path.c_str(), static_cast<off_t>(file.Packets()[0].offset + 6)), 0);
   EXPECT_EQ(ReadFrame(m_reader).result, 0);
   EXPECT_TRUE(m_platform.Logged("CAviFile read len failed!!!\n\n"));
   EXPECT_EQ(ReadFrame(m_reader).result, 0);

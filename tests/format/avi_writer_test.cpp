@@ -2,7 +2,6 @@
 #include <sys/mman.h>
 
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 

@@ -4,11 +4,9 @@
 #define TESTS_FORMAT_KMV_BYTES_H
 
 #include <cstdint>
-#include <cstdio>
 #include <iterator>
 #include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace kmvtest {
@@ -42,6 +40,8 @@ inline std::uint32_t GetU32(const std::string& in, std::size_t offset) {
 }
 
 struct Packet {
+  static constexpr int kBehindTheLast = -1;  // what the reader says there
+
   bool video;
   bool key;
   std::uint32_t stamp;

@@ -14,60 +14,25 @@ File SteadyFile(int seconds, const Options& options = Options()) {
   return file;
 }
 
-TEST_F(KmvTest, FinishedFileAnswersFromItsTail) {
+TEST_F(KmvTest, AFileAnswersFromItsTailOrElseByAScan) {
   File file = SteadyFile(10);
-  file.Finish(10250);
-  ASSERT_EQ(Open(file.Bytes()), 1);
-  EXPECT_FALSE(m_platform.Logged("No tail found"));
-  EXPECT_TRUE(
-      m_platform.Logged("Got video frame = 20, audio frame = 10, key video frame = 10, "
-                        "video framerate = 23, interval = 43.\n\n"));
-  EXPECT_EQ(m_reader.GetVideoFrameCount(), 9);  // the last indexed second
-  EXPECT_EQ(m_reader.GetAudioFrameCount(), 10);
-  EXPECT_EQ(m_reader.GetVideoFramerate(), 23);
-  EXPECT_EQ(m_reader.GetVideoFrameInterval(), 43);
-  EXPECT_EQ(m_reader.GetTimeDuration(), 10);
-  EXPECT_EQ(m_reader.GetKeyFrameTimeInterval(), 1000);
-  EXPECT_EQ(m_reader.SeekTimeByPercent(50), 0);
-  ExpectPackets(m_reader, file.Packets(), 0, file.Packets().size());
-}
-
-TEST_F(KmvTest, FileWithoutTailIsScanned) {
-  const File file = SteadyFile(10);
-  ASSERT_EQ(Open(file.Bytes()), 1);
-  EXPECT_TRUE(m_platform.Logged("No tail found. try to scan whole file.\n\n"));
-  EXPECT_TRUE(
-      m_platform.Logged("Got video frame = 20, audio frame = 10, key video frame = 10, "
-                        "video framerate = 25, interval = 40.\n\n"));
-  EXPECT_EQ(m_reader.GetVideoFrameCount(), 9);
-  EXPECT_EQ(m_reader.GetTimeDuration(), 9);
-  ASSERT_EQ(m_reader.SeekTimeOffset(4), 0);
-  EXPECT_EQ(m_reader.GetTimeOffset(), 4000);
-  ExpectPackets(m_reader, file.Packets(), 12, file.Packets().size());
-}
-
-// Long enough for the scan to try both of its ways.
-TEST_F(KmvTest, LongScanMissesNothing) {
-  File file;
-  for (std::uint32_t n = 0; n < 300; ++n) {
-    file.Video(n % 25 == 0, 1000 + n * 40, std::string(40000 + n, 'v'));
-    file.Audio(1000 + n * 40, std::string(320, 'a'));
-  }
-  ASSERT_EQ(Open(file.Bytes()), 1);
-  EXPECT_TRUE(m_platform.Logged("Got video frame = 300, audio frame = 300, key video frame = 12,"));
-  EXPECT_EQ(m_reader.GetTimeDuration(), 11);
-  ASSERT_EQ(m_reader.SeekTimeOffset(10), 0);
-  ExpectPackets(m_reader, file.Packets(), 500, 600);
-}
-
-TEST_F(KmvTest, ParametersComeFromTheTailWhenThereIsOne) {
-  File file = SteadyFile(1);
   unsigned long flags = 0;
   VIDEO_PARAM video;
   AUDIO_PARAM audio;
   for (const bool finished : {false, true}) {
-    if (finished) file.Finish(1000);
+    SCOPED_TRACE(finished);
+    if (finished) file.Finish(10250);
     ASSERT_EQ(Open(file.Bytes()), 1);
+    EXPECT_NE(m_platform.Logged("No tail found. try to scan whole file.\n\n"), finished);
+    EXPECT_TRUE(m_platform.Logged(
+        std::string("Got video frame = 20, audio frame = 10, key video frame = 10, ") +
+        (finished ? "video framerate = 23, interval = 43.\n\n" : "video framerate = 25, interval = 40.\n\n")));
+    EXPECT_EQ(m_reader.GetVideoFrameCount(), 9);  // the last indexed second
+    EXPECT_EQ(m_reader.GetAudioFrameCount(), 10);
+    EXPECT_EQ(m_reader.GetVideoFramerate(), finished ? 23 : 25);
+    EXPECT_EQ(m_reader.GetVideoFrameInterval(), finished ? 43 : 40);
+    EXPECT_EQ(m_reader.GetTimeDuration(), finished ? 10 : 9);
+    EXPECT_EQ(m_reader.GetKeyFrameTimeInterval(), finished ? 1000 : 900);
     EXPECT_EQ(m_reader.GetMeidaParam(&flags, &video, &audio), 0);
     EXPECT_EQ(flags, 0x0101u);
     EXPECT_STREQ(video.codec, "H.264");
@@ -82,7 +47,29 @@ TEST_F(KmvTest, ParametersComeFromTheTailWhenThereIsOne) {
     EXPECT_EQ(audio.bits, 16u);
     EXPECT_EQ(audio.channels, 1u);
     EXPECT_EQ(audio.bitrate, 64000u);
+    EXPECT_EQ(m_reader.SeekTimeByPercent(50), 0);
+    ExpectPackets(m_reader, file.Packets(), 0, file.Packets().size());
+    ASSERT_EQ(m_reader.SeekTimeOffset(4), 0);
+    EXPECT_EQ(m_reader.GetTimeOffset(), 4000);
+    ExpectPackets(m_reader, file.Packets(), 12, file.Packets().size());
+    if (finished) continue;
+    EXPECT_EQ(m_reader.MoveNextKeyFrame(), -2);
+    EXPECT_TRUE(m_platform.Logged("CKmvFile::MoveNextKeyFrame() meida data reach end!!!\n\n"));
   }
+}
+
+// Long enough for the scan to try both of its ways.
+TEST_F(KmvTest, LongScanMissesNothing) {
+  File file;
+  for (std::uint32_t n = 0; n < 300; ++n) {
+    file.Video(n % 25 == 0, 1000 + n * 40, std::string(40000 + n, 'v'));
+    file.Audio(1000 + n * 40, std::string(320, 'a'));
+  }
+  ASSERT_EQ(Open(file.Bytes()), 1);
+  EXPECT_TRUE(m_platform.Logged("Got video frame = 300, audio frame = 300, key video frame = 12,"));
+  EXPECT_EQ(m_reader.GetTimeDuration(), 11);
+  ASSERT_EQ(m_reader.SeekTimeOffset(10), 0);
+  ExpectPackets(m_reader, file.Packets(), 500, 600);
 }
 
 TEST_F(KmvTest, DamagedParametersStayWithinTheirFields) {
@@ -121,10 +108,8 @@ TEST_F(KmvTest, ClosedReaderKeepsItsDefaultsAndRefuses) {
   EXPECT_EQ(m_reader.SeekTimeOffset(0), -1);
   EXPECT_EQ(m_reader.MoveNextKeyFrame(), -1);
   EXPECT_EQ(m_reader.MovePrevKeyFrame(), -1);
-  EXPECT_TRUE(m_platform.Logged("CKmvFile:: file not open!!!\n\n"));
-  EXPECT_TRUE(m_platform.Logged("CKmvFile::SeekTimeOffset() file not open!!!\n\n"));
-  EXPECT_TRUE(m_platform.Logged("CKmvFile::MoveNextKeyFrame() file not open!!!\n\n"));
-  EXPECT_TRUE(m_platform.Logged("CKmvFile::MovePrevKeyFrame() file not open!!!\n\n"));
+  for (const char* call : {"", "SeekTimeOffset()", "MoveNextKeyFrame()", "MovePrevKeyFrame()"})
+    EXPECT_TRUE(m_platform.Logged(std::string("CKmvFile::") + call + " file not open!!!\n\n")) << call;
 }
 
 TEST_F(KmvTest, SeeksLandOnTheSecondAskedFor) {
@@ -142,21 +127,18 @@ TEST_F(KmvTest, SeeksLandOnTheSecondAskedFor) {
   EXPECT_TRUE(m_platform.Logged("CKmvFile::SeekTimeOffset(): nTimeOffset=20 > m_nDuration = 20\n\n"));
 }
 
-TEST_F(KmvTest, SeekIntoAnEmptySecondStartsAtTheFirstPacket) {
-  File file = SteadyFile(5);
-  file.Finish(30000);
-  ASSERT_EQ(Open(file.Bytes()), 1);
+TEST_F(KmvTest, SecondsWithoutAnEntryLeadToTheFirstPacketAndThoseBeyondTheIndexToItsLast) {
+  File sparse = SteadyFile(5);
+  sparse.Finish(30000);
+  ASSERT_EQ(Open(sparse.Bytes()), 1);
   ASSERT_EQ(m_reader.SeekTimeOffset(29), 0);
-  ExpectPackets(m_reader, file.Packets(), 0, file.Packets().size());
-}
-
-TEST_F(KmvTest, SecondsBeyondTheIndexLeadToItsLastEntry) {
-  File file = SteadyFile(1900);
-  file.Finish(1900000);
-  ASSERT_EQ(Open(file.Bytes()), 1);
+  ExpectPackets(m_reader, sparse.Packets(), 0, sparse.Packets().size());
+  File full = SteadyFile(1900);
+  full.Finish(1900000);
+  ASSERT_EQ(Open(full.Bytes()), 1);
   EXPECT_EQ(m_reader.GetVideoFrameCount(), 1799);
   ASSERT_EQ(m_reader.SeekTimeOffset(1850), 0);
-  EXPECT_TRUE(ReadFrame(m_reader) == file.Packets()[1799 * 3]);
+  EXPECT_TRUE(ReadFrame(m_reader) == full.Packets()[1799 * 3]);
 }
 
 TEST_F(KmvTest, GapsWithoutKeyFramesRepeatTheOneBefore) {
@@ -202,14 +184,6 @@ TEST_F(KmvTest, MovesGoFromKeyFrameToKeyFrame) {
   EXPECT_TRUE(m_platform.Logged(logged));
 }
 
-TEST_F(KmvTest, MoveNextReportsTheEndOfTheFile) {
-  const File file = SteadyFile(4);
-  ASSERT_EQ(Open(file.Bytes()), 1);
-  ExpectPackets(m_reader, file.Packets(), 0, file.Packets().size());
-  EXPECT_EQ(m_reader.MoveNextKeyFrame(), -2);
-  EXPECT_TRUE(m_platform.Logged("CKmvFile::MoveNextKeyFrame() meida data reach end!!!\n\n"));
-}
-
 TEST_F(KmvTest, MovePrevInFrontOfEverythingLeadsToTheSizeOfTheIndex) {
   File file;
   file.Video(true, 1000, "only key");
@@ -252,27 +226,84 @@ TEST_F(KmvTest, ScramblingIsUndoneInVideoOnly) {
   EXPECT_EQ(ReadFrame(m_reader).payload, "short");
 }
 
-TEST_F(KmvTest, FramesLargerThanEveryBlockComeWhole) {
+// An empty one is no frame and no end.
+TEST_F(KmvTest, FramesOfEverySizeComeWhole) {
   File file;
   std::uint32_t seed = 1;
-  for (const std::size_t size : {100u, 65000u, 70000u, 300000u, 3000000u, 10u, 262144u, 65536u, 1500000u, 7u}) {
+  for (const std::size_t size :
+       {100u, 65000u, 70000u, 300000u, 0u, 3000000u, 10u, 262144u, 65536u, 1500000u, 7u}) {
     std::string payload(size, '\0');
     for (char& byte : payload) byte = static_cast<char>((seed = seed * 1664525 + 1013904223) >> 24);
     file.Video(true, 1000, payload);
     file.Audio(1000, payload.substr(0, 160));
   }
-  file.Finish(1000);
-  ASSERT_EQ(Open(file.Bytes()), 1);
-  ExpectPackets(m_reader, file.Packets(), 0, file.Packets().size());
+  for (const bool finished : {false, true}) {
+    if (finished) file.Finish(1000);
+    ASSERT_EQ(Open(file.Bytes()), 1);
+    ExpectPackets(m_reader, file.Packets(), 0, file.Packets().size());
+  }
 }
 
-TEST_F(KmvTest, EmptyPayloadIsNoFrameAndNoEnd) {
+TEST_F(KmvTest, DamageIsPassedOverInWholeWords) {
   File file;
-  file.Video(true, 1, "a");
-  file.Video(false, 2, "");
-  file.Video(false, 3, "b");
-  ASSERT_EQ(Open(file.Bytes()), 1);
-  ExpectPackets(m_reader, file.Packets(), 0, 3);
+  for (std::uint32_t n = 0; n < 6; ++n) file.Video(true, 1000 + n, std::string(n == 3 ? 42 : 40, 'p'));
+  file.Finish(2000);
+  std::string bytes = file.Bytes();
+  SetU32(bytes, file.Packets()[1].offset, 0);
+  ASSERT_EQ(Open(bytes), 1);
+  EXPECT_TRUE(ReadFrame(m_reader) == file.Packets()[0]);
+  EXPECT_TRUE(ReadFrame(m_reader) == file.Packets()[2]);
+  // The packets behind number 3 stand off the words counted from number 3: all are passed over.
+  SetU32(bytes, file.Packets()[3].offset, 0);
+  ASSERT_EQ(Open(bytes), 1);
+  EXPECT_TRUE(ReadFrame(m_reader) == file.Packets()[0]);
+  EXPECT_TRUE(ReadFrame(m_reader) == file.Packets()[2]);
+  EXPECT_EQ(ReadFrame(m_reader).result, -1);
+}
+
+TEST_F(KmvTest, DamagedEndIsReplacedByAScan) {
+  File file;
+  file.FillTwoSeconds();
+  file.Finish(2000);
+  const std::size_t tail = file.DataEnd() + 7212;
+  for (const std::uint32_t indexOffset : {0u, 403u, 0xffffffffu, static_cast<std::uint32_t>(file.DataEnd()) + 1}) {
+    std::string bytes = file.Bytes();
+    SetU32(bytes, tail + 8, indexOffset);
+    ASSERT_EQ(Open(bytes), 1);
+    EXPECT_EQ(m_reader.GetVideoFrameCount(), 1) << indexOffset;
+    ExpectPackets(m_reader, file.Packets(), 0, file.Packets().size());
+  }
+}
+
+TEST_F(KmvTest, IndexThatPointsBehindTheDataIsNotFollowed) {
+  File file;
+  file.FillTwoSeconds();
+  file.Finish(2000);
+  for (const std::uint32_t offset : {static_cast<std::uint32_t>(file.DataEnd()), 0xfffffff0u}) {
+    std::string bytes = file.Bytes();
+    SetU32(bytes, file.DataEnd() + 12 + 4, offset);
+    ASSERT_EQ(Open(bytes), 1);
+    EXPECT_EQ(m_reader.SeekTimeOffset(1), -1);
+    EXPECT_EQ(m_reader.MoveNextKeyFrame(), -1);
+    ExpectPackets(m_reader, file.Packets(), 0, file.Packets().size());
+  }
+}
+
+TEST_F(KmvTest, StampsThatRunBackOrWrapKeepTheScanSane) {
+  File wrapping;
+  wrapping.Video(true, 0xfffffc18, "a");
+  wrapping.Video(true, 1000, "2 s later");
+  ASSERT_EQ(Open(wrapping.Bytes()), 1);
+  EXPECT_EQ(m_reader.GetTimeDuration(), 2);
+  File late;
+  late.Audio(5000, "first in the file");
+  late.Video(true, 4990, "but earlier");
+  late.Video(true, 7000, "b");
+  late.Audio(4000, "far back");
+  ASSERT_EQ(Open(late.Bytes()), 1);
+  EXPECT_EQ(m_reader.GetTimeDuration(), 2);
+  ASSERT_EQ(m_reader.SeekTimeOffset(0), 0);
+  EXPECT_EQ(ReadFrame(m_reader).payload, "but earlier");
 }
 
 TEST(VideoFileChoice, GoesByTheNameAlone) {

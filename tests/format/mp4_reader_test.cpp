@@ -1,7 +1,5 @@
 // The MP4 reader on the fake demultiplexer: parameters, results, messages, the correction of a growing file.
-#include <memory>
-
-#include "record/video_file.h"
+#include "tests/format/frame_reading.h"
 #include "tests/support/device_test.h"
 
 namespace {
@@ -26,18 +24,10 @@ class Mp4ReaderTest : public fake::DeviceTest {
   }
   // "media key stamp bytes", or the negative result.
   std::string Next() {
-    unsigned char* data = nullptr;
-    long owned = 7;
-    long video = 7;
-    long key = 7;
-    unsigned long stamp = 7;
-    const int length = m_reader.GetMediaFrame(&data, owned, video, key, stamp);
-    EXPECT_EQ(owned, 0);
-    if (length >= 0)
-      return std::to_string(video) + " " + std::to_string(key) + " " + std::to_string(stamp) + " " +
-             std::string(reinterpret_cast<char*>(data), static_cast<size_t>(length));
-    EXPECT_EQ(data, nullptr);
-    return std::to_string(length);
+    const formattest::Frame frame = formattest::ReadFrame(m_reader, 0);
+    if (frame.result < 0) return std::to_string(frame.result);
+    return std::to_string(frame.video) + " " + std::to_string(frame.key) + " " + std::to_string(frame.stamp) +
+           " " + frame.payload;
   }
 
   const std::string m_path;
