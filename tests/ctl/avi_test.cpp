@@ -1,13 +1,10 @@
 // AVI record files in every kind of codec, judged by programs that are not ours.
 #include <gmock/gmock.h>
 
-#include <csignal>
 #include <memory>
 #include <sstream>
 
 #include "tests/ctl/ctl_run.h"
-
-namespace fs = std::filesystem;
 
 namespace ctl {
 namespace {
@@ -139,29 +136,6 @@ TEST_P(AviTest, OtherProgramsPlayThem) {
     if (!sound.empty()) CheckAudio(file, sound, clips[i]);
     if (sound == "pcm_mulaw" && GetParam().gstreamer[0] != '\0') CheckGstreamer(file, pictures);
   }
-}
-
-using AviKillTest = CtlTest;
-
-TEST_F(AviKillTest, AfterAKill) {
-  Process recording(m_directory, Ctl({"record", "--input", CAMERA_CLIP, "--loop", "--container", "avi"}));
-  const fs::path record = AwaitRecord(150000);
-  recording.Signal(SIGKILL);
-  recording.Wait();
-  const std::vector<Json> before = Frames(record);
-  EXPECT_GT(before.size(), 20u) << "plays as it is";
-  const Result listed = Run({"--json", "list"});
-  ASSERT_EQ(listed.code, 0) << listed.err;
-  EXPECT_EQ(listed.Objects().at(0)["state"], "interrupted");
-  EXPECT_EQ(Run({"info", record.string()}).code, 1);
-  const Result repaired = Run({"repair", record.string()});
-  EXPECT_EQ(repaired.code, 0) << repaired.err;
-  EXPECT_THAT(repaired.out, testing::HasSubstr("index and header sizes written behind " +
-                                               std::to_string(before.size()) + " frames at "));
-  const Result info = Run({"info", record.string()});
-  EXPECT_EQ(info.code, 0) << info.out;
-  EXPECT_EQ(Frames(record), before);
-  EXPECT_EQ(Run({"repair", record.string()}).out, record.string() + ": needs nothing\n");
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <thread>
 
@@ -75,6 +76,23 @@ void WriteFile(const fs::path& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
 }
 
+std::vector<fs::path> FilesBelow(const fs::path& directory, const std::string& extension) {
+  std::vector<fs::path> files;
+  std::error_code none;
+  for (const auto& entry : fs::recursive_directory_iterator(directory, none)) {
+    if (entry.is_regular_file(none) && entry.path().extension() == extension) files.push_back(entry.path());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+std::string StartOf(const fs::path& record) {
+  const std::string day = record.parent_path().filename().string();
+  const std::string time = record.filename().string();
+  return day.substr(0, 4) + "-" + day.substr(4, 2) + "-" + day.substr(6, 2) + " " + time.substr(0, 2) + ":" +
+         time.substr(2, 2) + ":" + time.substr(4, 2);
+}
+
 void CtlTest::SetUp() {
   char name[] = "/tmp/ctl_test_XXXXXX";
   ASSERT_NE(mkdtemp(name), nullptr);
@@ -101,6 +119,20 @@ Result CtlTest::Shell(const std::string& line) const {
   return Process(m_directory, {"bash", "-c", "set -o pipefail; " + line}).Wait();
 }
 
+void CtlTest::RecordInto(const std::vector<std::string>& containers, int seconds) const {
+  std::vector<std::unique_ptr<Process>> recordings;
+  for (const std::string& container : containers)
+    recordings.push_back(std::make_unique<Process>(
+        m_directory,
+        Arguments{RECORDCTL, "--root", Root(container), "record", "--input", CAMERA_CLIP, "--container", container,
+                  "--duration", std::to_string(seconds), "--max-file", "2", "--pre", "0"}));
+  for (const auto& recording : recordings) {
+    const Result recorded = recording->Wait();
+    ASSERT_EQ(recorded.code, 0) << recorded.err;
+    ASSERT_GE(std::count(recorded.out.begin(), recorded.out.end(), '\n'), 2) << "no file change";
+  }
+}
+
 std::string CtlTest::Clip(int seconds) const {
   std::string clip = (m_directory / "clip.mkv").string();
   const Result cut =
@@ -111,10 +143,9 @@ std::string CtlTest::Clip(int seconds) const {
 
 std::vector<fs::path> CtlTest::Records() const {
   std::vector<fs::path> records;
-  std::error_code none;
-  for (const auto& entry : fs::recursive_directory_iterator(m_root / "mnt", none)) {
-    const fs::path extension = entry.path().extension();
-    if (extension == ".kmv" || extension == ".avi" || extension == ".mp4") records.push_back(entry.path());
+  for (const char* extension : {".kmv", ".avi", ".mp4"}) {
+    const std::vector<fs::path> found = FilesBelow(m_root / "mnt", extension);
+    records.insert(records.end(), found.begin(), found.end());
   }
   std::sort(records.begin(), records.end());
   return records;

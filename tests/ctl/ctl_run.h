@@ -42,6 +42,11 @@ class Process {
 
 std::string ReadFile(const std::filesystem::path& path);
 void WriteFile(const std::filesystem::path& path, const std::string& bytes);
+// Files below the directory whose names end in `extension`, in the order of their paths.
+std::vector<std::filesystem::path> FilesBelow(const std::filesystem::path& directory,
+                                              const std::string& extension);
+// "2024-01-31 08:15:00", of a record's name.
+std::string StartOf(const std::filesystem::path& record);
 
 class CtlTest : public testing::Test {
  protected:
@@ -51,6 +56,15 @@ class CtlTest : public testing::Test {
   Arguments Ctl(Arguments arguments) const;  // behind "recordctl --root ..."
   Result Run(const Arguments& arguments) const;
   Result Shell(const std::string& line) const;  // $CTL is recordctl with its root
+
+  std::string Out(const std::string& name) const { return (m_directory / name).string(); }
+  // A root for each container.
+  std::string Root(const std::string& container) const { return (m_root / container).string(); }
+  std::vector<std::filesystem::path> RecordsOf(const std::string& container) const {
+    return FilesBelow(Root(container) + "/mnt", "." + container);
+  }
+  // So many seconds of the clip, with a file change every two, side by side.
+  void RecordInto(const std::vector<std::string>& containers, int seconds) const;
 
   // The first seconds of the clip as a file of its own.
   std::string Clip(int seconds) const;

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdlib>
 #include <set>
 
@@ -26,28 +25,13 @@ struct Packet {
 
 class ExportTest : public CtlTest {
  protected:
-  Arguments Record(const std::string& container, int seconds = 5) const {
-    return {RECORDCTL, "--root",     Root(container),         "record",     "--input", CAMERA_CLIP, "--container",
-            container, "--duration", std::to_string(seconds), "--max-file", "2",       "--pre",     "0"};
-  }
-  std::string Root(const std::string& container) const { return (m_root / container).string(); }
-  std::string Out(const std::string& name) const { return (m_directory / name).string(); }
-
   Result Ctl(const std::string& container, Arguments arguments) const {
     arguments.insert(arguments.begin(), {RECORDCTL, "--root", Root(container), "--json"});
     return Process(m_directory, arguments).Wait();
   }
   // From the first record's begin for a minute, on its day.
   Arguments Span(const std::string& command, const std::string& container, int seconds, Arguments more) const {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::recursive_directory_iterator(Root(container) + "/mnt")) {
-      if (entry.path().extension() == "." + container) names.push_back(entry.path().string());
-    }
-    const std::string first = *std::min_element(names.begin(), names.end());
-    const std::string day = fs::path(first).parent_path().filename().string();
-    const std::string time = fs::path(first).filename().string();
-    const std::string from = day.substr(0, 4) + "-" + day.substr(4, 2) + "-" + day.substr(6, 2) + " " +
-                             time.substr(0, 2) + ":" + time.substr(2, 2) + ":" + time.substr(4, 2);
+    const std::string from = StartOf(RecordsOf(container).at(0));
     const std::string to =
         Shell("date -d '" + from + " " + std::to_string(seconds) + " sec' '+%Y-%m-%d %H:%M:%S' | tr -d '\\n'").out;
     more.insert(more.begin(), {command, "--from", from, "--to", to});
@@ -98,15 +82,8 @@ class ExportTest : public CtlTest {
 };
 
 TEST_F(ExportTest, SpansAcrossFileChanges) {
-  std::vector<std::unique_ptr<Process>> recordings;
   const std::vector<std::string> containers = {"kmv", "avi", "mp4"};
-  for (const std::string& container : containers)
-    recordings.push_back(std::make_unique<Process>(m_directory, Record(container)));
-  for (const auto& recording : recordings) {
-    const Result recorded = recording->Wait();
-    ASSERT_EQ(recorded.code, 0) << recorded.err;
-    ASSERT_GE(std::count(recorded.out.begin(), recorded.out.end(), '\n'), 2) << "no file change";
-  }
+  RecordInto(containers, 5);
   for (const std::string& container : containers) {
     SCOPED_TRACE(container);
     const std::string out = Out(container + ".mp4");
@@ -145,8 +122,7 @@ TEST_F(ExportTest, SpansAcrossFileChanges) {
 
 // Nothing is where nothing was asked for, and what is there stays.
 TEST_F(ExportTest, WhatCannotBeDone) {
-  Process recording(m_directory, Record("kmv", 3));
-  ASSERT_EQ(recording.Wait().code, 0);
+  RecordInto({"kmv"}, 3);
   const auto run = [&](const std::string& out, Arguments more = {}) {
     more.push_back(out);
     return Ctl("kmv", Span("export", "kmv", 60, more));
@@ -183,13 +159,9 @@ TEST_F(ExportTest, WhatCannotBeDone) {
 
 // One picture without its start code costs its group. Parts without recordings are told as one gap.
 TEST_F(ExportTest, DamageAndGaps) {
-  Process recording(m_directory, Record("kmv", 3));
-  ASSERT_EQ(recording.Wait().code, 0);
+  RecordInto({"kmv"}, 3);
   const Json whole = Ctl("kmv", Span("export", "kmv", 60, {Out("whole.mp4")})).Objects().at(0);
-  fs::path first;
-  for (const auto& entry : fs::recursive_directory_iterator(Root("kmv") + "/mnt")) {
-    if (entry.path().extension() == ".kmv" && (first.empty() || entry.path() < first)) first = entry.path();
-  }
+  const fs::path first = RecordsOf("kmv").at(0);
   const std::string pictures = Raw(first, "video");
   std::size_t offset = 0;
   int deltas = 0;
@@ -223,8 +195,7 @@ TEST_F(ExportTest, DamageAndGaps) {
 
 TEST_F(ExportTest, AFullDisk) {
   if (Shell("unshare -m true").code != 0) GTEST_SKIP() << "a file system of its own needs root";
-  Process recording(m_directory, Record("kmv", 3));
-  ASSERT_EQ(recording.Wait().code, 0);
+  RecordInto({"kmv"}, 3);
   const std::string disk = Out("disk");
   fs::create_directory(disk);
   const Result full = Shell("unshare -m bash -c \"mount -t tmpfs -o size=150k none " + disk + " && " +

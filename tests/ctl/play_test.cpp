@@ -17,38 +17,6 @@ namespace {
 
 class PlayTest : public CtlTest {
  protected:
-  std::string Root(const std::string& container) const { return (m_root / container).string(); }
-  std::string Out(const std::string& name) const { return (m_directory / name).string(); }
-
-  // Five seconds with a file change in each container, side by side.
-  void RecordAll() {
-    std::vector<std::unique_ptr<Process>> recordings;
-    for (const char* container : {"kmv", "avi", "mp4"})
-      recordings.push_back(std::make_unique<Process>(
-          m_directory, Arguments{RECORDCTL, "--root", Root(container), "record", "--input", CAMERA_CLIP,
-                                 "--container", container, "--duration", "5", "--max-file", "2", "--pre", "0"}));
-    for (const auto& recording : recordings) {
-      const Result recorded = recording->Wait();
-      ASSERT_EQ(recorded.code, 0) << recorded.err;
-    }
-  }
-
-  std::vector<fs::path> RecordsOf(const std::string& container) const {
-    std::vector<fs::path> records;
-    for (const auto& entry : fs::recursive_directory_iterator(Root(container) + "/mnt")) {
-      if (entry.path().extension() == "." + container) records.push_back(entry.path());
-    }
-    std::sort(records.begin(), records.end());
-    return records;
-  }
-
-  static std::string StartOf(const fs::path& record) {
-    const std::string day = record.parent_path().filename().string();
-    const std::string time = record.filename().string();
-    return day.substr(0, 4) + "-" + day.substr(4, 2) + "-" + day.substr(6, 2) + " " + time.substr(0, 2) + ":" +
-           time.substr(2, 2) + ":" + time.substr(4, 2);
-  }
-
   // Its name, had it begun so many seconds later.
   static std::string NameAfter(const fs::path& record, int seconds) {
     const std::string name = record.filename().string();
@@ -194,11 +162,10 @@ class PlayTest : public CtlTest {
 };
 
 TEST_F(PlayTest, ADayAndFiles) {
-  RecordAll();
+  RecordInto({"kmv", "avi", "mp4"}, 5);
   const std::vector<fs::path> kmv = RecordsOf("kmv");
   const std::string avi = RecordsOf("avi").at(0).string();
   const std::string mp4 = RecordsOf("mp4").at(0).string();
-  ASSERT_GE(kmv.size(), 2u) << "no file change";
   const std::string start = StartOf(kmv[0]);
 
   // All at once: most of the time they wait.

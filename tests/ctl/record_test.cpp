@@ -1,15 +1,12 @@
 // recordctl record, and what it leaves, compared with the clip that it was fed.
 #include <gmock/gmock.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <set>
 #include <thread>
 
 #include "tests/ctl/ctl_run.h"
-#include "tests/host/support/rtsp_camera.h"
+#include "tests/host/support/servers.h"
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
@@ -241,20 +238,11 @@ TEST_F(RecordTest, AMediumThatFillsUpMeanwhile) {
 
 // An address where nobody answers for a while: people see that something is under way.
 TEST_F(RecordTest, OpeningTakesLong) {
-  const int listener = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address = {};
-  socklen_t size = sizeof address;
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&address), size), 0);
-  ASSERT_EQ(listen(listener, 5), 0);
-  ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size), 0);
-  const std::string url = "rtsp://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/camera";
-  Process recording(m_directory, Ctl({"--progress", "kv", "record", "--input", url}));
+  const record::SilentServer server;
+  Process recording(m_directory, Ctl({"--progress", "kv", "record", "--input", server.Url()}));
   std::this_thread::sleep_for(std::chrono::milliseconds(2500));
   recording.Signal(SIGINT);
   const Result result = recording.Wait();
-  close(listener);
   EXPECT_EQ(result.code, 130);
   EXPECT_THAT(result.err, HasSubstr("phase=opening elapsed=1\n"));
 }

@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "tests/ctl/ctl_run.h"
-#include "tests/host/support/upload_server.h"
+#include "tests/host/support/servers.h"
 
 namespace fs = std::filesystem;
 using record::UploadServer;
@@ -30,15 +30,6 @@ class UploadCtlTest : public CtlTest {
 
   static std::string Url(const char* scheme, const UploadServer& server) {
     return std::string(scheme) + "://cam@127.0.0.1:" + std::to_string(server.Port());
-  }
-  static std::vector<fs::path> Files(const fs::path& directory, const std::string& extension) {
-    std::vector<fs::path> files;
-    std::error_code none;
-    for (const auto& entry : fs::recursive_directory_iterator(directory, none)) {
-      if (entry.is_regular_file() && entry.path().extension() == extension) files.push_back(entry.path());
-    }
-    std::sort(files.begin(), files.end());
-    return files;
   }
 };
 
@@ -65,8 +56,8 @@ TEST_F(UploadCtlTest, RecordsOfEveryContainerArriveByFtpAndMail) {
                                 .Wait();
     ASSERT_EQ(recorded.code, 0) << recorded.err;
     EXPECT_THAT(recorded.err, HasSubstr("is uploaded: ftp 127.0.0.1:" + std::string(each.container) + "/"));
-    const auto local = Files(fs::path(root) / "mnt", std::string(".") + each.container);
-    const auto remote = Files(m_directory / "ftp" / each.container, fs::path(each.remote).extension());
+    const auto local = FilesBelow(fs::path(root) / "mnt", std::string(".") + each.container);
+    const auto remote = FilesBelow(m_directory / "ftp" / each.container, fs::path(each.remote).extension());
     ASSERT_EQ(local.size(), 1u);
     ASSERT_EQ(remote.size(), 1u);
     EXPECT_THAT(remote[0].string(), testing::EndsWith(each.remote));
@@ -82,7 +73,7 @@ TEST_F(UploadCtlTest, WhatWasBrokenOffByAKillIsSentLater) {
   ASSERT_TRUE(slow.Start());
   {
     Process recorder(m_directory, Ctl({"record", "--input", clip, "--ftp", Url("ftp", slow)}));
-    for (int i = 0; i < 2000 && Files(m_directory / "ftp", ".part").empty(); ++i)
+    for (int i = 0; i < 2000 && FilesBelow(m_directory / "ftp", ".part").empty(); ++i)
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     recorder.Signal(SIGKILL);
     recorder.Wait();
@@ -92,15 +83,15 @@ TEST_F(UploadCtlTest, WhatWasBrokenOffByAKillIsSentLater) {
   const std::vector<Json> before = Run({"--json", "uploads"}).Objects();
   ASSERT_EQ(before.size(), 1u);
   EXPECT_EQ(before[0]["state"], "due");
-  EXPECT_TRUE(Files(m_directory / "ftp", ".avi").empty()) << "nothing half under the real name";
+  EXPECT_TRUE(FilesBelow(m_directory / "ftp", ".avi").empty()) << "nothing half under the real name";
 
   UploadServer server("ftp", m_directory / "ftp", {"--port", std::to_string(port)});
   ASSERT_TRUE(server.Start());
   const Result sent = Run({"uploads", "--send"});
   EXPECT_EQ(sent.code, 0) << sent.err;
-  ASSERT_EQ(Files(m_directory / "ftp", ".avi").size(), 1u);
-  EXPECT_EQ(ReadFile(Files(m_directory / "ftp", ".avi")[0]), ReadFile(Records()[0]));
-  EXPECT_TRUE(Files(m_directory / "ftp", ".part").empty());
+  ASSERT_EQ(FilesBelow(m_directory / "ftp", ".avi").size(), 1u);
+  EXPECT_EQ(ReadFile(FilesBelow(m_directory / "ftp", ".avi")[0]), ReadFile(Records()[0]));
+  EXPECT_TRUE(FilesBelow(m_directory / "ftp", ".part").empty());
   EXPECT_EQ(Run({"--json", "uploads"}).Objects().at(0)["state"], "sent");
   server.Kill();
   const Result again = Run({"uploads", "--send"});
@@ -122,7 +113,7 @@ TEST_F(UploadCtlTest, SnapshotsAreStoredToldAndSent) {
         Shell("ffprobe -v error -show_entries stream=codec_name,width,height -of csv=p=0 " + path.string()).out,
         "mjpeg,320,180\n");
   }
-  EXPECT_EQ(Files(m_directory / "ftp", ".jpg").size(), 2u);
+  EXPECT_EQ(FilesBelow(m_directory / "ftp", ".jpg").size(), 2u);
 
   // One that is gone before it was sent is a failure of those that send.
   ftp.Kill();

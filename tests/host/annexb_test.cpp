@@ -3,78 +3,60 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <sstream>
+#include <string>
 
 namespace record {
 namespace {
 
+// Bytes from their digits.
+Bytes Hex(const std::string& text) {
+  std::istringstream words(text);
+  Bytes bytes;
+  for (std::string word; words >> word;) {
+    for (size_t at = 0; at < word.size(); at += 2)
+      bytes.push_back(static_cast<unsigned char>(std::stoi(word.substr(at, 2), nullptr, 16)));
+  }
+  return bytes;
+}
+
 TEST(AnnexBTest, FindsWhatADecoderNeeds) {
-  const Bytes sps = {0, 0, 0, 1, 0x67, 1, 2};
-  const Bytes pps = {0, 0, 0, 1, 0x68, 3};
-  const Bytes both = {0, 0, 0, 1, 0x67, 1, 2, 0, 0, 0, 1, 0x68, 3};
+  const char* const both = "00000001 670102 00000001 6803";
   const struct {
     const char* what;
     VideoCodec codec;
-    Bytes unit;
-    Bytes sets;
+    const char* unit;
+    const char* sets;
     bool complete;
     bool inFront;
     size_t insertion;
   } cases[] = {
-      {"short start codes, trailing zeros",
-       VIDEO_CODEC_H264,
-       {0, 0, 1, 0x67, 1, 2, 0, 0, 0, 0, 1, 0x68, 3, 0, 0, 1, 0x65, 9, 0},
-       both,
-       true,
-       true,
-       0},
-      {"behind a delimiter",
-       VIDEO_CODEC_H264,
-       {0, 0, 0, 1, 9, 0xf0, 0, 0, 0, 1, 0x67, 1, 2, 0, 0, 1, 0x68, 3, 0, 0, 1, 0x65, 9},
-       both,
-       true,
-       true,
-       6},
-      {"behind another unit",
-       VIDEO_CODEC_H264,
-       {0, 0, 1, 6, 5, 0, 0, 1, 0x67, 1, 2, 0, 0, 1, 0x68, 3, 0, 0, 1, 0x65, 9},
-       both,
-       true,
-       false,
-       0},
-      {"one of the two", VIDEO_CODEC_H264, {0, 0, 1, 0x67, 1, 2, 0, 0, 1, 0x65, 9}, sps, false, true, 0},
-      {"none", VIDEO_CODEC_H264, {0, 0, 1, 0x65, 9, 9}, {}, false, false, 0},
-      {"H.265",
-       VIDEO_CODEC_H265,
-       {0, 0, 1, 0x40, 1, 0, 0, 1, 0x42, 1, 0, 0, 1, 0x44, 1, 0, 0, 1, 0x26, 1},
-       {0, 0, 0, 1, 0x40, 1, 0, 0, 0, 1, 0x42, 1, 0, 0, 0, 1, 0x44, 1},
-       true,
-       true,
-       0},
-      {"H.265 without a video set",
-       VIDEO_CODEC_H265,
-       {0, 0, 1, 0x42, 1, 0, 0, 1, 0x44, 1},
-       {0, 0, 0, 1, 0x42, 1, 0, 0, 0, 1, 0x44, 1},
-       false,
-       true,
-       0},
-      {"VOL header and picture",
-       VIDEO_CODEC_MPEG4,
-       {0, 0, 1, 0xb0, 1, 0, 0, 1, 0x20, 7, 0, 0, 1, 0xb6, 9},
-       {0, 0, 1, 0xb0, 1, 0, 0, 1, 0x20, 7},
-       true,
-       true,
-       0},
-      {"picture alone", VIDEO_CODEC_MPEG4, {0, 0, 1, 0xb6, 9, 0, 0, 1, 0x20, 7}, {}, false, false, 0},
+      {"short start codes, trailing zeros", VIDEO_CODEC_H264, "000001 670102 0000000001 6803 000001 650900", both,
+       true, true, 0},
+      {"behind a delimiter", VIDEO_CODEC_H264, "00000001 09f0 0000000001 670102 000001 6803 000001 6509", both,
+       true, true, 6},
+      {"behind another unit", VIDEO_CODEC_H264, "000001 0605 000001 670102 000001 6803 000001 6509", both, true,
+       false, 0},
+      {"one of the two", VIDEO_CODEC_H264, "000001 670102 000001 6509", "00000001 670102", false, true, 0},
+      {"none", VIDEO_CODEC_H264, "000001 650909", "", false, false, 0},
+      {"H.265", VIDEO_CODEC_H265, "000001 4001 000001 4201 000001 4401 000001 2601",
+       "00000001 4001 00000001 4201 00000001 4401", true, true, 0},
+      {"H.265 without a video set", VIDEO_CODEC_H265, "000001 4201 000001 4401", "00000001 4201 00000001 4401",
+       false, true, 0},
+      {"VOL header and picture", VIDEO_CODEC_MPEG4, "000001 b001 000001 2007 000001 b609",
+       "000001 b001 000001 2007", true, true, 0},
+      {"picture alone", VIDEO_CODEC_MPEG4, "000001 b609 000001 2007", "", false, false, 0},
   };
   for (const auto& one : cases) {
-    const DecoderSets sets = FindDecoderSets(one.codec, one.unit.data(), one.unit.size());
-    EXPECT_EQ(one.sets, sets.bytes) << one.what;
+    const Bytes unit = Hex(one.unit);
+    const DecoderSets sets = FindDecoderSets(one.codec, unit.data(), unit.size());
+    EXPECT_EQ(Hex(one.sets), sets.bytes) << one.what;
     EXPECT_EQ(one.complete, sets.complete) << one.what;
     EXPECT_EQ(one.inFront, sets.inFront) << one.what;
     EXPECT_EQ(one.insertion, sets.insertionPoint) << one.what;
     // Cut anywhere: nothing beyond the end is looked at (each prefix is a heap block of its own).
-    for (size_t length = 0; length < one.unit.size(); ++length) {
-      const Bytes prefix(one.unit.begin(), one.unit.begin() + static_cast<std::ptrdiff_t>(length));
+    for (size_t length = 0; length < unit.size(); ++length) {
+      const Bytes prefix(unit.begin(), unit.begin() + static_cast<std::ptrdiff_t>(length));
       EXPECT_LE(FindDecoderSets(one.codec, prefix.data(), length).insertionPoint, length);
     }
   }

@@ -12,11 +12,11 @@
 #include <thread>
 
 #include "record/storage.h"
-#include "record/task.h"
 #include "record/task_manager.h"
 #include "record/video_file.h"
 #include "record_host/host.h"
 #include "tests/host/support/clips.h"
+#include "tests/support/task_param.h"
 
 namespace record {
 namespace {
@@ -79,15 +79,11 @@ class HangingShareTest : public testing::Test {
   }
 
   static CRecordTask* StartTask() {
-    RECORD_TASK_PARAM param = {};
+    RECORD_TASK_PARAM param = fake::DefaultParam();
     param.recordtype = RECORD_KIND_MANUAL;
-    param.video_enable = 1;
     param.framerate = 100;
     param.duration = param.max_file_seconds = 61;
-    param.local_store = param.remote_store = 1;
-    param.video_type = VIDEO_CODEC_H264;
-    param.audio_type = AUDIO_CODEC_NONE;
-    param.keep_frame_tail = 1;
+    param.remote_store = 1;
     const RecordConfig config = {1, 1, {}};
     auto* task = new CKmvTask(param, config);
     TaskManagerAddTask(task);
@@ -111,10 +107,7 @@ class HangingShareTest : public testing::Test {
     for (const auto& entry : fs::recursive_directory_iterator(DevicePath("/mnt/mmc0"))) {
       if (entry.path().extension() == ".kmv" && entry.path() > newest) newest = entry.path();
     }
-    std::string bytes(fs::file_size(newest), '\0');
-    FILE* file = fopen(newest.c_str(), "rb");
-    EXPECT_EQ(fread(bytes.data(), 1, bytes.size(), file), bytes.size());
-    fclose(file);
+    const std::string bytes = ReadFile(newest);
     int count = 0;
     std::uint32_t last = 0;
     const std::string head("\0\0\0\1\x65\0\0\0", 8);

@@ -4,12 +4,8 @@
 
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
-#include <thread>
 
-#include "record_host/host.h"
 #include "tests/host/support/clips.h"
 #include "tests/host/support/frame_collector.h"
 
@@ -21,19 +17,6 @@ constexpr double kAllOfIt = 1e9;
 
 std::string H264Mkv() {
   return Clip("h264.mkv", 2, "-c:v libx264 -g 25 -bf 0 -pix_fmt yuv420p -c:a pcm_mulaw");
-}
-
-HostStreamInfoRecord Info(int stream) {
-  HostStreamInfoRecord info;
-  EXPECT_EQ(0, HostStreamInfo(stream, &info));
-  return info;
-}
-
-bool WaitForState(int stream, int state, int milliseconds) {
-  for (; milliseconds > 0; milliseconds -= 5, usleep(5000)) {
-    if (Info(stream).state == state) return true;
-  }
-  return false;
 }
 
 // What stands at the beginning of a frame: the types of its first units up to and with the first slice.
@@ -58,10 +41,7 @@ class MediaSourceTest : public testing::Test {
   // Reads the whole clip as fast as it goes.
   void ReadAll(const std::string& path) {
     ASSERT_FALSE(path.empty()) << "ffmpeg made no clip";
-    HostStreamOptions options = {};
-    options.unpaced = 1;
-    ASSERT_EQ(0, HostStreamOpenWith(0, path.c_str(), &options)) << Info(0).error;
-    ASSERT_TRUE(WaitForState(0, HOST_STREAM_ENDED, 20000)) << Info(0).error;
+    ASSERT_TRUE(ReadToItsEnd(0, path)) << StreamInfo(0).error;
     ASSERT_TRUE(video.Register(kAllOfIt));
     video.Drain();
     if (audio.Register(kAllOfIt)) audio.Drain();
@@ -83,7 +63,7 @@ class MediaSourceTest : public testing::Test {
 
 TEST_F(MediaSourceTest, H264WithMuLaw) {
   ReadAll(H264Mkv());
-  const HostStreamInfoRecord info = Info(0);
+  const HostStreamInfoRecord info = StreamInfo(0);
   EXPECT_EQ(VIDEO_CODEC_H264, info.videoCodec);
   EXPECT_EQ(160, info.width);
   EXPECT_EQ(120, info.height);
@@ -111,8 +91,8 @@ TEST_F(MediaSourceTest, H264WithMuLaw) {
 TEST_F(MediaSourceTest, H265WithBFramesAndAacFromMp4) {
   ReadAll(
       Clip("h265.mp4", 2, "-c:v libx265 -x265-params log-level=error:bframes=3 -g 25 -pix_fmt yuv420p -c:a aac"));
-  EXPECT_EQ(VIDEO_CODEC_H265, Info(0).videoCodec);
-  EXPECT_EQ(AUDIO_CODEC_AAC, Info(0).audioCodec);
+  EXPECT_EQ(VIDEO_CODEC_H265, StreamInfo(0).videoCodec);
+  EXPECT_EQ(AUDIO_CODEC_AAC, StreamInfo(0).audioCodec);
   ASSERT_EQ(50u, video.frames.size());
   EXPECT_TRUE(video.frames[0].view.keyFrame);
   for (const CollectedFrame& frame : video.frames) {
@@ -139,12 +119,9 @@ TEST_F(MediaSourceTest, AacCanBeDecoded) {
   ReadAll(Clip("h264.mov", 2, "-c:v libx264 -g 25 -pix_fmt yuv420p -c:a aac -ac 2 -ar 44100"));
   const TempDir directory;
   const std::string path = directory.Path() + "/out.aac";
-  std::ofstream file(path, std::ios::binary);
-  for (const CollectedFrame& frame : audio.frames) {
-    file.write(reinterpret_cast<const char*>(frame.bytes.data()),
-               static_cast<std::streamsize>(frame.bytes.size()));
-  }
-  file.close();
+  std::string stream;
+  for (const CollectedFrame& frame : audio.frames) stream.append(frame.bytes.begin(), frame.bytes.end());
+  WriteFile(path, stream);
   const std::string command = "ffmpeg -v error -xerror -nostdin -i " + path + " -f s16le - 2>&1 | wc -c";
   FILE* output = popen(command.c_str(), "r");
   long bytes = 0;
@@ -155,9 +132,9 @@ TEST_F(MediaSourceTest, AacCanBeDecoded) {
 
 TEST_F(MediaSourceTest, Mpeg4WithPcmFromAvi) {
   ReadAll(Clip("mpeg4.avi", 2, "-c:v mpeg4 -g 25 -c:a pcm_s16le"));
-  EXPECT_EQ(VIDEO_CODEC_MPEG4, Info(0).videoCodec);
-  EXPECT_EQ(AUDIO_CODEC_PCM, Info(0).audioCodec);
-  EXPECT_EQ(16, Info(0).bits);
+  EXPECT_EQ(VIDEO_CODEC_MPEG4, StreamInfo(0).videoCodec);
+  EXPECT_EQ(AUDIO_CODEC_PCM, StreamInfo(0).audioCodec);
+  EXPECT_EQ(16, StreamInfo(0).bits);
   ExpectEvenPace(40);
   const std::vector<unsigned char> config = StreamConfig(0);
   ASSERT_FALSE(config.empty());
@@ -173,7 +150,7 @@ TEST_F(MediaSourceTest, Mpeg4WhoseHeadIsInTheContainerOnly) {
   ReadAll(Clip("mpeg4.mkv", 1, "-c:v mpeg4 -g 25 -flags +global_header -an"));
   const std::vector<unsigned char> config = StreamConfig(0);
   ASSERT_FALSE(config.empty());
-  EXPECT_EQ(AUDIO_CODEC_NONE, Info(0).audioCodec);
+  EXPECT_EQ(AUDIO_CODEC_NONE, StreamInfo(0).audioCodec);
   EXPECT_EQ(0, memcmp(config.data(), video.frames[0].bytes.data(), config.size()));
 }
 
@@ -183,11 +160,7 @@ TEST_F(MediaSourceTest, TransportAndElementaryStreams) {
   EXPECT_EQ("9 7 8 ", UnitTypes(video.frames[0].bytes, false).substr(0, 6));
   HostStreamClose(0);
   FrameCollector raw{0, kReader + 1};
-  HostStreamOptions options = {};
-  options.unpaced = 1;
-  const std::string path = Clip("raw.h264", 1, "-c:v libx264 -g 25 -bf 0 -pix_fmt yuv420p -an");
-  ASSERT_EQ(0, HostStreamOpenWith(0, path.c_str(), &options));
-  ASSERT_TRUE(WaitForState(0, HOST_STREAM_ENDED, 20000));
+  ASSERT_TRUE(ReadToItsEnd(0, Clip("raw.h264", 1, "-c:v libx264 -g 25 -bf 0 -pix_fmt yuv420p -an")));
   ASSERT_TRUE(raw.Register(kAllOfIt));
   ASSERT_EQ(25u, raw.Drain());
   const double span = raw.frames.back().view.timestampMs - raw.frames.front().view.timestampMs;
@@ -215,13 +188,13 @@ TEST_F(MediaSourceTest, LoopsWithoutASeamAtItsOwnPace) {
     EXPECT_GE(step, 38) << i;
     EXPECT_LE(step, 200) << i;
   }
-  EXPECT_EQ(HOST_STREAM_LIVE, Info(0).state);
-  EXPECT_EQ(AUDIO_CODEC_G711_ALAW, Info(0).audioCodec);
+  EXPECT_EQ(HOST_STREAM_LIVE, StreamInfo(0).state);
+  EXPECT_EQ(AUDIO_CODEC_G711_ALAW, StreamInfo(0).audioCodec);
   // Closing does not wait for the end of anything.
   const unsigned long long closing = GetCurrentTimeStamp_u64();
   EXPECT_EQ(0, HostStreamClose(0));
   EXPECT_LE(GetCurrentTimeStamp_u64() - closing, 5000u);
-  EXPECT_EQ(HOST_STREAM_CLOSED, Info(0).state);
+  EXPECT_EQ(HOST_STREAM_CLOSED, StreamInfo(0).state);
   double lookBack = 0;
   EXPECT_GT(0, GetStreamData(STREAM_REGISTER, 0, 77, &lookBack)) << "the stream went with its source";
 }
@@ -232,13 +205,12 @@ double FixedClock(void* context) {
 
 TEST_F(MediaSourceTest, SubStreamHasNoSoundAndTheClockIsTheCallers) {
   double now = 1.7e12;
-  HostStreamOptions options = {};
-  options.unpaced = 1;
+  HostStreamOptions options = Unpaced();
   options.wallClockMs = FixedClock;
   options.clockContext = &now;
   ASSERT_EQ(0, HostStreamOpenWith(1, H264Mkv().c_str(), &options));
   EXPECT_EQ(-1, HostStreamOpenWith(1, H264Mkv().c_str(), &options)) << "open already";
-  ASSERT_TRUE(WaitForState(1, HOST_STREAM_ENDED, 20000));
+  ASSERT_TRUE(AwaitState(1, HOST_STREAM_ENDED));
   FrameCollector sub{1, kReader};
   ASSERT_TRUE(sub.Register(kAllOfIt));
   ASSERT_EQ(50u, sub.Drain());
@@ -249,7 +221,7 @@ TEST_F(MediaSourceTest, SubStreamHasNoSoundAndTheClockIsTheCallers) {
 TEST_F(MediaSourceTest, SaysWhatIsWrong) {
   const TempDir directory;
   const std::string text = directory.Path() + "/text.mp4";
-  std::ofstream(text) << "this is not a film\n";
+  WriteFile(text, "this is not a film\n");
   struct {
     std::string url;
     const char* reason;
@@ -263,7 +235,7 @@ TEST_F(MediaSourceTest, SaysWhatIsWrong) {
   };
   for (const auto& one : cases) {
     EXPECT_EQ(-1, HostStreamOpen(0, one.url.c_str()));
-    const HostStreamInfoRecord info = Info(0);
+    const HostStreamInfoRecord info = StreamInfo(0);
     EXPECT_EQ(HOST_STREAM_FAILED, info.state);
     EXPECT_NE(nullptr, strstr(info.error, one.reason)) << info.error;
     EXPECT_EQ(nullptr, strstr(info.error, "secret"));
@@ -274,28 +246,21 @@ TEST_F(MediaSourceTest, SaysWhatIsWrong) {
   EXPECT_EQ(-1, HostStreamClose(0));
   // Sound that does not fit is left out, the picture is not.
   ReadAll(Clip("mp3.mkv", 1, "-c:v libx264 -bf 0 -pix_fmt yuv420p -c:a mp2"));
-  EXPECT_NE(nullptr, strstr(Info(0).error, "mp2 sound is left out"));
-  EXPECT_EQ(AUDIO_CODEC_NONE, Info(0).audioCodec);
+  EXPECT_NE(nullptr, strstr(StreamInfo(0).error, "mp2 sound is left out"));
+  EXPECT_EQ(AUDIO_CODEC_NONE, StreamInfo(0).audioCodec);
   HostStreamClose(0);
   ASSERT_EQ(0, HostStreamOpen(0, Clip("big.mov", 1, "-c:v libx264 -pix_fmt yuv420p -c:a pcm_s16be").c_str()));
-  EXPECT_NE(nullptr, strstr(Info(0).error, "pcm_s16be sound is left out")) << Info(0).error;
+  EXPECT_NE(nullptr, strstr(StreamInfo(0).error, "pcm_s16be sound is left out")) << StreamInfo(0).error;
 }
 
 // A camera that was set anew: its time begins again and its pictures need other parameter sets.
 TEST_F(MediaSourceTest, JumpInTimeAndNewParameterSets) {
   const TempDir directory;
   const std::string path = directory.Path() + "/both.ts";
-  {
-    std::ofstream both(path, std::ios::binary);
-    both
-        << std::ifstream(Clip("one.ts", 1, "-c:v libx264 -profile:v baseline -g 25 -pix_fmt yuv420p -an")).rdbuf();
-    both << std::ifstream(Clip("two.ts", 1, "-c:v libx264 -profile:v main -bf 0 -g 25 -pix_fmt yuv420p -an"))
-                .rdbuf();
-  }
-  HostStreamOptions options = {};
-  options.unpaced = 1;
-  ASSERT_EQ(0, HostStreamOpenWith(0, path.c_str(), &options));
-  ASSERT_TRUE(WaitForState(0, HOST_STREAM_ENDED, 20000));
+  const std::string one = Clip("one.ts", 1, "-c:v libx264 -profile:v baseline -g 25 -pix_fmt yuv420p -an");
+  const std::string two = Clip("two.ts", 1, "-c:v libx264 -profile:v main -bf 0 -g 25 -pix_fmt yuv420p -an");
+  WriteFile(path, ReadFile(one) + ReadFile(two));
+  ASSERT_TRUE(ReadToItsEnd(0, path));
   ASSERT_TRUE(video.Register(kAllOfIt));
   video.Drain();
   // The demultiplexer calls the packet at the seam corrupt: it goes, and what follows it up to the key frame.
@@ -326,8 +291,7 @@ TEST_F(MediaSourceTest, DamagedFiles) {
       {"whole.avi", "-c:v mpeg4 -g 10 -c:a pcm_s16le"},
   };
   for (const auto& clip : clips) {
-    std::ifstream whole(Clip(clip.name, 2, clip.options), std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(whole)), {});
+    const std::string bytes = ReadFile(Clip(clip.name, 2, clip.options));
     for (unsigned round = 0; round < 8; ++round) {
       std::string damaged = bytes.substr(0, round < 2 ? bytes.size() * (round + 1) / 3 : bytes.size());
       unsigned random = round * 7919 + 1;
@@ -336,12 +300,11 @@ TEST_F(MediaSourceTest, DamagedFiles) {
         damaged[random % damaged.size()] = static_cast<char>(random >> 24);
       }
       const std::string path = directory.Path() + "/" + std::to_string(round) + clip.name;
-      std::ofstream(path, std::ios::binary) << damaged;
-      HostStreamOptions options = {};
-      options.unpaced = 1;
+      WriteFile(path, damaged);
+      const HostStreamOptions options = Unpaced();
       if (HostStreamOpenWith(0, path.c_str(), &options) != 0) continue;
       FrameCollector reader{0, kReader + 2};
-      for (int i = 0; i < 1000 && Info(0).state == HOST_STREAM_LIVE; ++i) usleep(1000);
+      for (int i = 0; i < 1000 && StreamInfo(0).state == HOST_STREAM_LIVE; ++i) usleep(1000);
       if (reader.Register(kAllOfIt)) reader.Drain();
       EXPECT_TRUE(NeverRunsBackwards(reader.frames));
       for (size_t i = 1; i < reader.frames.size(); ++i) {

@@ -181,7 +181,7 @@ TEST_F(Mp4DemuxerTest, FilesFromElsewhere) {
     }
     EXPECT_TRUE(frame.isKey);
     EXPECT_NEAR(1000, frame.stamp, 150);
-    WriteBytes(path, stream);
+    WriteFile(path, stream);
     EXPECT_EQ("", OutputOf("ffmpeg -nostdin -v error -xerror -i " + path + " -f null -"));
     EXPECT_EQ("50\n", OutputOf("ffprobe -v error -count_frames -show_entries stream=nb_read_frames -of "
                                "compact=p=0:nk=1 " +
@@ -237,7 +237,7 @@ TEST_F(Mp4DemuxerTest, BrokenFiles) {
   EXPECT_FALSE(TestDemuxer(path).IsOpen());
   unlink(path.c_str());
   for (const std::string& bytes : {std::string(), std::string("x"), std::string(100000, '\0')}) {
-    WriteBytes(path, bytes);
+    WriteFile(path, bytes);
     EXPECT_FALSE(TestDemuxer(path).IsOpen());
   }
   EXPECT_FALSE(TestDemuxer(Clip("mpeg4.mp4", 1, "-c:v mpeg4 -c:a aac")).IsOpen());
@@ -246,28 +246,26 @@ TEST_F(Mp4DemuxerTest, BrokenFiles) {
   const TestFrames frames = DeviceFrames(VIDEO_CODEC_H264, AUDIO_CODEC_AAC, 0);
   TestMuxer muxer(path, VIDEO_CODEC_H264, AUDIO_CODEC_AAC);
   ASSERT_EQ(0, muxer.WriteAll(frames));
-  const std::string growing = ReadBytes(path);
+  const std::string growing = ReadFile(path);
   muxer.Close();
-  const std::string finished = ReadBytes(path);
+  const std::string finished = ReadFile(path);
 
   // A track without a head keeps libavformat counting for seconds: refused wherever its movie hides.
-  std::string headless = growing;
-  headless.replace(headless.find("tkhd"), 4, "free");
+  const auto with = [](std::string bytes, size_t at, const std::string& put) {
+    return bytes.replace(at, put.size(), put);
+  };
+  const std::string headless = with(growing, growing.find("tkhd"), "free");
+  const size_t movie = headless.find("moov") - 4;
   std::string behindBoxes = headless;
   for (int n = 0; n < 100; ++n) behindBoxes.insert(32, std::string("\0\0\0\10free", 8));
-  std::string endless = headless;
-  endless.replace(endless.find("moov") - 4, 4, std::string(4, '\0'));
-  std::string overlong = headless;
-  overlong.replace(overlong.find("moov") - 4, 4, std::string("\x7f\0\0\0", 4));
+  const std::string endless = with(headless, movie, std::string(4, '\0'));
+  const std::string overlong = with(headless, movie, std::string("\x7f\0\0\0", 4));
   // Counts for which libavformat would make room, and an edit list that no player of ours follows.
-  std::string manyFragmented = growing;
-  manyFragmented.replace(growing.find("trun") + 8, 4, std::string("\x01\0\0\0", 4));
-  std::string manySamples = finished;
-  manySamples.replace(finished.rfind("stsz") + 8, 8, std::string("\0\0\0\x01\x01\0\0\0", 8));
-  std::string manyInChunks = finished;
-  manyInChunks.replace(finished.rfind("stsc") + 16, 4, std::string("\x7f\0\0\0", 4));
-  std::string longTable = finished;
-  longTable.replace(finished.rfind("stts") + 8, 4, std::string("\x10\0\0\0", 4));
+  const std::string manyFragmented = with(growing, growing.find("trun") + 8, std::string("\x01\0\0\0", 4));
+  const std::string manySamples =
+      with(finished, finished.rfind("stsz") + 8, std::string("\0\0\0\x01\x01\0\0\0", 8));
+  const std::string manyInChunks = with(finished, finished.rfind("stsc") + 16, std::string("\x7f\0\0\0", 4));
+  const std::string longTable = with(finished, finished.rfind("stts") + 8, std::string("\x10\0\0\0", 4));
   std::string parts = finished;
   parts.replace(finished.rfind("mdia") - 4, 0,
                 std::string("\0\0\0\x30"
@@ -277,7 +275,7 @@ TEST_F(Mp4DemuxerTest, BrokenFiles) {
                             48));
   for (const std::string& bytes :
        {headless, behindBoxes, endless, overlong, manyFragmented, manySamples, manyInChunks, longTable, parts}) {
-    WriteBytes(path, bytes);
+    WriteFile(path, bytes);
     EXPECT_FALSE(TestDemuxer(path).IsOpen());
   }
 
@@ -289,7 +287,7 @@ TEST_F(Mp4DemuxerTest, BrokenFiles) {
       const size_t from = round % 3 == 1 ? bytes.size() - 3000 : 0;
       bytes[from + at % (bytes.size() - from)] = static_cast<char>(random());
     }
-    WriteBytes(path, bytes);
+    WriteFile(path, bytes);
     TestDemuxer demuxer(path);
     if (!demuxer.IsOpen()) continue;
     EXPECT_LE(demuxer.ReadAll().size(), 2 * frames.size());

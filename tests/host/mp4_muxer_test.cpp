@@ -42,8 +42,8 @@ TEST_P(Mp4CodecTest, FinishedFilesAreOrdinary) {
     TestMuxer muxer(path, GetParam(), sound);
     ASSERT_EQ(0, muxer.WriteAll(frames));
     muxer.Close();
-    EXPECT_EQ("ftyp mdat moov ", TopBoxes(ReadBytes(path)));
-    EXPECT_EQ("isom", ReadBytes(path).substr(8, 4));
+    EXPECT_EQ("ftyp mdat moov ", TopBoxes(ReadFile(path)));
+    EXPECT_EQ("isom", ReadFile(path).substr(8, 4));
     EXPECT_EQ(ExpectedPackets(frames, true), ProbePackets(path, "v"));
     EXPECT_EQ(ExpectedPackets(frames, false), ProbePackets(path, "a"));
     const std::string facts = OutputOf(
@@ -87,14 +87,14 @@ TEST_F(Mp4MuxerTest, AbandonedFilesKeepTheirGroups) {
     if (states.empty() || states.back().first != size) states.emplace_back(size, CompleteGroups(written).size());
   }
   ASSERT_EQ(6u, states.size()) << "the head, and a fragment a group";
-  const std::string bytes = ReadBytes(path);
+  const std::string bytes = ReadFile(path);
   const TestFrames expected = FromZero(frames);
   std::mt19937 random(1);
   for (size_t n = 0; n < states.size(); ++n) {
     const size_t next = n + 1 < states.size() ? states[n + 1].first : bytes.size() + 1;
     for (int cut = 0; cut < 4; ++cut) {
       const size_t size = cut == 0 ? states[n].first : states[n].first + random() % (next - states[n].first);
-      WriteBytes(copy, bytes.substr(0, size));
+      WriteFile(copy, bytes.substr(0, size));
       TestDemuxer demuxer(copy);
       ASSERT_TRUE(demuxer.IsOpen()) << size;
       TestFrames read = demuxer.ReadAll();
@@ -104,7 +104,7 @@ TEST_F(Mp4MuxerTest, AbandonedFilesKeepTheirGroups) {
     }
   }
   const TestFrames complete = CompleteGroups(frames);
-  WriteBytes(copy, bytes);
+  WriteFile(copy, bytes);
   EXPECT_EQ(ExpectedPackets(complete, true), ProbePackets(copy, "v"));
   EXPECT_EQ(ExpectedPackets(complete, false), ProbePackets(copy, "a"));
   EXPECT_EQ("", FfmpegComplaints(copy));
@@ -115,9 +115,9 @@ TEST_F(Mp4MuxerTest, ClosingIsSafeAtEveryByte) {
   const TestFrames frames = DeviceFrames(VIDEO_CODEC_H265, AUDIO_CODEC_AAC, 0);
   TestMuxer muxer(path, VIDEO_CODEC_H265, AUDIO_CODEC_AAC);
   ASSERT_EQ(0, muxer.WriteAll(frames));
-  const std::string before = ReadBytes(path);
+  const std::string before = ReadFile(path);
   muxer.Close();
-  const std::string after = ReadBytes(path);
+  const std::string after = ReadFile(path);
   ASSERT_LT(before.size(), after.size());
   // Closing appends, and then goes over the one small box.
   EXPECT_EQ(before.substr(0, kFileTypeSize), after.substr(0, kFileTypeSize));
@@ -131,7 +131,7 @@ TEST_F(Mp4MuxerTest, ClosingIsSafeAtEveryByte) {
   std::vector<size_t> cuts = {before.size(), index, index + 1, index + 8, appended.size() - 1, appended.size()};
   for (size_t cut = before.size(); cut < appended.size(); cut += 997) cuts.push_back(cut);
   for (const size_t cut : cuts) {
-    WriteBytes(copy, appended.substr(0, cut));
+    WriteFile(copy, appended.substr(0, cut));
     TestDemuxer demuxer(copy);
     ASSERT_TRUE(demuxer.IsOpen()) << cut;
     const TestFrames read = demuxer.ReadAll();
@@ -279,7 +279,7 @@ TEST_F(Mp4MuxerTest, StaysInFragmentsWhenItsIndexCannotBe) {
                                  : muxer->WriteAudio(data, length, frame.stamp));
     }
     EXPECT_EQ(0, muxer->Finish());
-    EXPECT_EQ("ftyp free moov moof mdat moof", TopBoxes(ReadBytes(path)).substr(0, 29));
+    EXPECT_EQ("ftyp free moov moof mdat moof", TopBoxes(ReadFile(path)).substr(0, 29));
     EXPECT_EQ(FromZero(frames), TestDemuxer(path).ReadAll());
   }
 }

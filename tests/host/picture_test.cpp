@@ -7,6 +7,7 @@
 
 #include "record_host/host.h"
 #include "tests/host/support/clips.h"
+#include "tests/host/support/frame_collector.h"
 #include "tests/host/support/mp4_media.h"
 
 namespace record {
@@ -23,14 +24,7 @@ TEST_P(PictureTest, IsTheStreamsInTheSizeThatWasAskedFor) {
   const TempDir directory;
   const std::string clip = Clip(std::string("picture-") + GetParam().name + ".mkv", 2, GetParam().options);
   ASSERT_NE("", clip);
-  HostStreamOptions options = {};
-  options.unpaced = 1;
-  ASSERT_EQ(0, HostStreamOpenWith(STREAM_SUB, clip.c_str(), &options));
-  HostStreamInfoRecord info = {};
-  for (int i = 0; i < 5000 && info.state != HOST_STREAM_ENDED; ++i) {
-    usleep(1000);
-    HostStreamInfo(STREAM_SUB, &info);
-  }
+  ASSERT_TRUE(ReadToItsEnd(STREAM_SUB, clip));
   struct Size {
     int width, height;
     const char* is;

@@ -3,9 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,11 +21,7 @@ class RecordIndexTest : public testing::Test {
   RecordIndexTest() { SetDeviceRoot(m_directory.Path().c_str()); }
   ~RecordIndexTest() override { SetDeviceRoot(""); }
 
-  void Touch(const std::string& devicePath) {
-    const std::string path = DevicePath(devicePath);
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    std::ofstream(path) << "x";
-  }
+  void Touch(const std::string& devicePath) { WriteFile(DevicePath(devicePath), "x"); }
 
   static std::vector<std::string> Query(const struct tm& begin, const struct tm& end) {
     REPLAY_QUERY_CONDITION condition = {-1, begin, end, {-1, -1, -1, -1}};

@@ -1,8 +1,6 @@
 // A camera behind a real RTSP server that dies and comes back.
 #include <dirent.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -11,7 +9,7 @@
 #include "record_host/host.h"
 #include "tests/host/support/clips.h"
 #include "tests/host/support/frame_collector.h"
-#include "tests/host/support/rtsp_camera.h"
+#include "tests/host/support/servers.h"
 
 namespace record {
 namespace {
@@ -20,23 +18,12 @@ std::string CameraClip() {
   return Clip("camera.mkv", 30, "-c:v libx264 -preset ultrafast -g 12 -bf 0 -pix_fmt yuv420p -c:a pcm_mulaw");
 }
 
-HostStreamInfoRecord Info() {
-  HostStreamInfoRecord info;
-  HostStreamInfo(0, &info);
-  return info;
-}
-
 int EntriesOf(const char* directory) {
   int count = 0;
   DIR* listing = opendir(directory);
   while (readdir(listing) != nullptr) ++count;
   closedir(listing);
   return count;
-}
-
-bool WaitForState(int state) {
-  for (int i = 0; i < 2000 && Info().state != state; ++i) usleep(10000);
-  return Info().state == state;
 }
 
 double WallMs() {
@@ -51,36 +38,36 @@ TEST(RtspTest, CameraThatGoesAwayAndComesBack) {
   const int threads = EntriesOf("/proc/self/task");
   RtspCamera camera(CameraClip());
   ASSERT_TRUE(camera.Start());
-  ASSERT_EQ(0, HostStreamOpen(0, camera.Url().c_str())) << Info().error;
+  ASSERT_EQ(0, HostStreamOpen(0, camera.Url().c_str())) << StreamInfo(0).error;
   FrameCollector video{0, 0x77};
   FrameCollector audio{2, 0x77};
   ASSERT_TRUE(video.Register(0));
   ASSERT_TRUE(audio.Register(0));
-  ASSERT_TRUE(video.WaitFor(40, 10000)) << Info().error;
+  ASSERT_TRUE(video.WaitFor(40, 10000)) << StreamInfo(0).error;
   audio.Drain();
   EXPECT_TRUE(video.frames[0].view.keyFrame);
   EXPECT_EQ(7, video.frames[0].bytes[4] & 31) << "parameter sets in front";
   EXPECT_EQ(0, MissingFrames(video.frames));
   EXPECT_NEAR(WallMs(), video.frames.back().view.timestampMs, 5000);
   EXPECT_FALSE(audio.frames.empty());
-  EXPECT_EQ(AUDIO_CODEC_G711_ULAW, Info().audioCodec);
-  EXPECT_EQ(160, Info().width);
+  EXPECT_EQ(AUDIO_CODEC_G711_ULAW, StreamInfo(0).audioCodec);
+  EXPECT_EQ(160, StreamInfo(0).width);
 
   JpegPicture picture = {};
   EXPECT_EQ(0, TakeJpegPicture(0, 0, 0, 0, &picture));
   camera.Kill();
-  EXPECT_TRUE(WaitForState(HOST_STREAM_CONNECTING));
+  EXPECT_TRUE(AwaitState(0, HOST_STREAM_CONNECTING));
   EXPECT_EQ(-1, TakeJpegPicture(0, 0, 0, 0, &picture)) << "of a camera that is off";
   usleep(500000);
   video.Drain();
   const size_t before = video.frames.size();
-  EXPECT_STRNE("", Info().error);
+  EXPECT_STRNE("", StreamInfo(0).error);
   const std::int64_t missingBefore = MissingFrames(video.frames);
   ASSERT_TRUE(camera.Start());
-  ASSERT_TRUE(video.WaitFor(before + 40, 15000)) << Info().error;
-  EXPECT_EQ(HOST_STREAM_LIVE, Info().state);
+  ASSERT_TRUE(video.WaitFor(before + 40, 15000)) << StreamInfo(0).error;
+  EXPECT_EQ(HOST_STREAM_LIVE, StreamInfo(0).state);
   EXPECT_EQ(0, TakeJpegPicture(0, 0, 0, 0, &picture));
-  EXPECT_EQ(1, Info().reconnects);
+  EXPECT_EQ(1, StreamInfo(0).reconnects);
   EXPECT_TRUE(video.frames[before].view.keyFrame);
   EXPECT_GT(video.frames[before].view.frameIndex, video.frames[before - 1].view.frameIndex + 1);
   EXPECT_EQ(missingBefore, MissingFrames({video.frames.begin(), video.frames.begin() + static_cast<int>(before)}));
@@ -98,27 +85,6 @@ TEST(RtspTest, CameraThatGoesAwayAndComesBack) {
   EXPECT_EQ(threads, EntriesOf("/proc/self/task"));
 }
 
-// A socket that accepts and never answers.
-class SilentServer {
- public:
-  SilentServer() : m_socket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    struct sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof(address);
-    bind(m_socket, reinterpret_cast<struct sockaddr*>(&address), length);
-    listen(m_socket, 4);
-    getsockname(m_socket, reinterpret_cast<struct sockaddr*>(&address), &length);
-    m_port = ntohs(address.sin_port);
-  }
-  ~SilentServer() { close(m_socket); }
-  std::string Url() const { return "rtsp://127.0.0.1:" + std::to_string(m_port) + "/x"; }
-
- private:
-  const int m_socket;
-  int m_port;
-};
-
 TEST(RtspTest, SilenceTimesOutAndCanBeBrokenOff) {
   const SilentServer server;
   HostStreamOptions options = {};
@@ -126,11 +92,11 @@ TEST(RtspTest, SilenceTimesOutAndCanBeBrokenOff) {
   unsigned long long start = GetCurrentTimeStamp_u64();
   EXPECT_EQ(-1, HostStreamOpenWith(0, server.Url().c_str(), &options));
   EXPECT_LE(GetCurrentTimeStamp_u64() - start, 8000u);
-  EXPECT_NE(nullptr, strstr(Info().error, "no answer from")) << Info().error;
+  EXPECT_NE(nullptr, strstr(StreamInfo(0).error, "no answer from")) << StreamInfo(0).error;
 
   start = GetCurrentTimeStamp_u64();
   std::thread opener([&server] { EXPECT_EQ(-1, HostStreamOpen(0, server.Url().c_str())); });
-  EXPECT_TRUE(WaitForState(HOST_STREAM_CONNECTING));
+  EXPECT_TRUE(AwaitState(0, HOST_STREAM_CONNECTING));
   EXPECT_EQ(0, HostStreamClose(0));
   opener.join();
   EXPECT_LE(GetCurrentTimeStamp_u64() - start, 8000u) << "less than the silence it waits for";
@@ -141,7 +107,7 @@ TEST(RtspTest, NoReconnectAndNoSuchStream) {
   ASSERT_TRUE(camera.Start());
   const std::string wrong = camera.Url() + "2";
   EXPECT_EQ(-1, HostStreamOpen(0, wrong.c_str()));
-  EXPECT_NE(nullptr, strstr(Info().error, "no such stream")) << Info().error;
+  EXPECT_NE(nullptr, strstr(StreamInfo(0).error, "no such stream")) << StreamInfo(0).error;
   HostStreamOptions options = {};
   options.noReconnect = 1;
   options.noAudio = 1;
@@ -149,8 +115,8 @@ TEST(RtspTest, NoReconnectAndNoSuchStream) {
   FrameCollector audio{2, 0x77};
   EXPECT_FALSE(audio.Register(0));
   camera.Kill();
-  EXPECT_TRUE(WaitForState(HOST_STREAM_FAILED));
-  EXPECT_NE(nullptr, strstr(Info().error, "lost the connection")) << Info().error;
+  EXPECT_TRUE(AwaitState(0, HOST_STREAM_FAILED));
+  EXPECT_NE(nullptr, strstr(StreamInfo(0).error, "lost the connection")) << StreamInfo(0).error;
   EXPECT_EQ(0, HostStreamClose(0));
 }
 

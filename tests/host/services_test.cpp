@@ -2,15 +2,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <climits>
-#include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -145,7 +141,7 @@ TEST_F(RootedTest, DirectoriesStandForMedia) {
   const double used = GetStorageUsedPercentage(0);
   EXPECT_TRUE(used >= 0 && used <= 100) << used;
   const std::string file = card + "/file";
-  std::ofstream(file) << "x";
+  WriteFile(file, "x");
   EXPECT_EQ(1, FileExist(file.c_str()));
   EXPECT_EQ(0, FileExist((card + "/none").c_str()));
   EXPECT_GT(0, SafeMakeDir(file.c_str()));
@@ -169,7 +165,7 @@ TEST(HostStorageTest, DirectorySizeIsForgottenWhenTheDirectoryChanges) {
   EXPECT_EQ(0, SaveDirSpaceToCache(path, 77));
   EXPECT_EQ(77, LoadDirSpaceFromCache(path));
   usleep(20000);  // the file system's clock is coarse
-  std::ofstream(directory.Path() + "/new") << "x";
+  WriteFile(directory.Path() + "/new", "x");
   EXPECT_GE(0, LoadDirSpaceFromCache(path));
   EXPECT_GT(0, SaveDirSpaceToCache("/no/such/directory", 5));
 }
@@ -245,8 +241,7 @@ TEST_F(RootedTest, AlarmsAreHeardAndLogged) {
   EXPECT_EQ(-1, HostAlarmUnsubscribe(firstId));
   EXPECT_EQ(0, add_by_multiparams(5, 6));
 
-  std::ifstream log(DevicePath("/tmp/alarms.jsonl"));
-  const std::string text((std::istreambuf_iterator<char>(log)), {});
+  const std::string text = ReadFile(DevicePath("/tmp/alarms.jsonl"));
   EXPECT_EQ(0u,
             text.find("{\"time\":\"2024-01-31T08:15:00\",\"kind\":\"report\",\"code\":18,\"arg1\":1,\"arg2\":2,"
                       "\"text\":\"a\\\"b\\\\c\\u000a\\u0001\\ufffd \xe2\x82\xac \\ufffd\\ufffd\\ufffd\"}\n"))

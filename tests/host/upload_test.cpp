@@ -1,9 +1,8 @@
 // Uploads to real servers: what arrives, and what becomes of everything that can go wrong on the way.
 #include <gmock/gmock.h>
 #include <sys/mount.h>
-#include <unistd.h>
 
-#include <cstdio>
+#include <fstream>
 #include <thread>
 
 #include "tests/host/support/upload_fixture.h"

@@ -1,4 +1,4 @@
-// Small clips, made once a run with the ffmpeg program, and a directory that goes away.
+// Small clips, made once a run with the ffmpeg program, a directory that goes away, and its files.
 #ifndef TESTS_HOST_SUPPORT_CLIPS_H
 #define TESTS_HOST_SUPPORT_CLIPS_H
 
@@ -18,6 +18,9 @@ class TempDir {
  private:
   std::string m_path;
 };
+
+std::string ReadFile(const std::string& path);                        // "" when it is not there
+void WriteFile(const std::string& path, const std::string& content);  // makes the directories
 
 // Path of a clip named `name`: moving picture 160x120 at 25 frames/s with a tone of 8000 samples/s, encoded
 // as `options` say. "" when ffmpeg fails. The same name gives the same file.

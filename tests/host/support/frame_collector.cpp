@@ -32,6 +32,28 @@ bool FrameCollector::WaitFor(size_t count, int milliseconds) {
   return true;
 }
 
+HostStreamInfoRecord StreamInfo(int stream) {
+  HostStreamInfoRecord info = {};
+  HostStreamInfo(stream, &info);
+  return info;
+}
+
+bool AwaitState(int stream, int state) {
+  for (int i = 0; i < 4000 && StreamInfo(stream).state != state; ++i) usleep(5000);
+  return StreamInfo(stream).state == state;
+}
+
+HostStreamOptions Unpaced() {
+  HostStreamOptions options = {};
+  options.unpaced = 1;
+  return options;
+}
+
+bool ReadToItsEnd(int stream, const std::string& clip) {
+  const HostStreamOptions options = Unpaced();
+  return HostStreamOpenWith(stream, clip.c_str(), &options) == 0 && AwaitState(stream, HOST_STREAM_ENDED);
+}
+
 std::int64_t MissingFrames(const std::vector<CollectedFrame>& frames) {
   std::int64_t missing = 0;
   for (size_t i = 1; i < frames.size(); ++i)

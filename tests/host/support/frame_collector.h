@@ -3,9 +3,11 @@
 #define TESTS_HOST_SUPPORT_FRAME_COLLECTOR_H
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "record/platform.h"
+#include "record_host/host.h"
 
 namespace record {
 
@@ -34,6 +36,12 @@ class FrameCollector {
   const std::uintptr_t m_id;
   bool m_registered = false;
 };
+
+HostStreamInfoRecord StreamInfo(int stream);
+bool AwaitState(int stream, int state);
+HostStreamOptions Unpaced();
+// Opens the clip as that stream and reads it to its end, as fast as it goes. False when it does not come to that.
+bool ReadToItsEnd(int stream, const std::string& clip);
 
 // How many frames are missing in the numbering of `frames`.
 std::int64_t MissingFrames(const std::vector<CollectedFrame>& frames);

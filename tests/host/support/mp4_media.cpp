@@ -1,14 +1,9 @@
 #include "tests/host/support/mp4_media.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 
-#include "record_host/host.h"
 #include "tests/host/support/clips.h"
 #include "tests/host/support/frame_collector.h"
 
@@ -40,13 +35,9 @@ TestFrames DeviceFrames(VideoCodec video, AudioCodec audio, std::uint32_t start)
              : Clip("h265aac.mkv", 6,
                     "-c:v libx265 -preset ultrafast -x265-params log-level=error:bframes=0:scenecut=0 -g 25 "
                     "-pix_fmt yuv420p -c:a aac");
-  HostStreamOptions options = {};
-  options.unpaced = 1;
   FrameCollector pictures(0, 77);
   FrameCollector sound(2, 77);
-  HostStreamInfoRecord info = {};
-  if (HostStreamOpenWith(0, clip.c_str(), &options) != 0) return {};
-  for (int i = 0; i < 1000 && info.state != HOST_STREAM_ENDED; ++i, usleep(5000)) HostStreamInfo(0, &info);
+  if (!ReadToItsEnd(0, clip)) return {};
   if (pictures.Register(1e9)) pictures.Drain();
   if (sound.Register(1e9)) sound.Drain();
   HostStreamClose(0);
@@ -122,15 +113,6 @@ TestFrames TestDemuxer::ReadAll() {
   TestFrames frames;
   for (TestFrame frame; Read(&frame);) frames.push_back(frame);
   return frames;
-}
-
-std::string ReadBytes(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void WriteBytes(const std::string& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
 }
 
 std::string OutputOf(const std::string& command) {

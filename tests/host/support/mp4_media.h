@@ -66,8 +66,6 @@ class TestDemuxer {
   void* const m_demuxer;
 };
 
-std::string ReadBytes(const std::string& path);
-void WriteBytes(const std::string& path, const std::string& bytes);
 // What a shell line prints, on both outputs.
 std::string OutputOf(const std::string& command);
 // ffprobe's view of a track ("v" or "a"): "<size> <pts in ms> <K or _>" a line.

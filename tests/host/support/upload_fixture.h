@@ -10,9 +10,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <mutex>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,23 +19,11 @@
 #include "record/storage.h"
 #include "record_host/host.h"
 #include "tests/host/support/clips.h"
-#include "tests/host/support/upload_server.h"
+#include "tests/host/support/servers.h"
 
 namespace record {
 
 namespace fs = std::filesystem;
-
-inline std::string ReadFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream content;
-  content << file.rdbuf();
-  return content.str();
-}
-
-inline void WriteFile(const fs::path& path, const std::string& content) {
-  fs::create_directories(path.parent_path());
-  std::ofstream(path, std::ios::binary) << content;
-}
 
 // The uploads' alarms, as they come.
 class Outcomes {
@@ -47,37 +33,28 @@ class Outcomes {
   Outcomes(const Outcomes&) = delete;
   Outcomes& operator=(const Outcomes&) = delete;
 
-  // The text of the next one that was not looked at yet; it has to be `code`, those of `passed` do not count. ""
-  // when none comes.
+  // The text of the next one that was not looked at yet; it has to be `code`, those of `passed` do not count. When
+  // none comes, the last that did.
   std::string Next(int code, int passed = 0) {
+    const auto isNext = [this, passed] {
+      while (m_seen < m_heard.size() && m_heard[m_seen].first == passed) ++m_seen;
+      return m_seen < m_heard.size();
+    };
     std::unique_lock<std::mutex> lock(m_mutex);
-    while (m_changed.wait_for(lock, std::chrono::seconds(20), [this] { return m_heard.size() > m_seen; })) {
-      const auto& [heard, text] = m_heard[m_seen++];
-      if (heard == passed) continue;
-      EXPECT_EQ(heard, code) << text;
-      return text;
-    }
-    return "";
+    if (!m_changed.wait_for(lock, std::chrono::seconds(20), isNext))
+      return m_heard.empty() ? "" : m_heard.back().second;
+    const auto& [heard, text] = m_heard[m_seen++];
+    EXPECT_EQ(heard, code) << text;
+    return text;
   }
+  // Passes over what is tried again.
+  std::string NextEnd(int code) { return Next(code, HOST_UPLOAD_RETRY); }
   // How many there were that nobody looked at.
   size_t PassOver() {
     const std::lock_guard<std::mutex> lock(m_mutex);
     const size_t seen = m_seen;
     m_seen = m_heard.size();
     return m_seen - seen;
-  }
-  // Passes over what is tried again.
-  std::string NextEnd(int code) {
-    const auto isEnd = [this] {
-      while (m_seen < m_heard.size() && m_heard[m_seen].first == HOST_UPLOAD_RETRY) ++m_seen;
-      return m_seen < m_heard.size();
-    };
-    {
-      std::unique_lock<std::mutex> lock(m_mutex);
-      if (!m_changed.wait_for(lock, std::chrono::seconds(20), isEnd))
-        return m_heard.empty() ? "" : m_heard.back().second;
-    }
-    return Next(code);
   }
 
  private:
