@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstring>
 #include <filesystem>
 #include <list>
 #include <mutex>
@@ -17,8 +16,9 @@
 #include "record/lookups.h"
 #include "record/maintenance.h"
 #include "record/storage.h"
-#include "record/task.h"
 #include "record/task_manager.h"
+#include "tests/support/task_param.h"
+#include "tests/trust/read_back.h"
 #include "tests/trust/recorder.h"
 #include "tests/trust/run_size.h"
 
@@ -92,15 +92,11 @@ class ShortTask : public CKmvTask {
 };
 
 void StartShortTask(int stream, Files& files, int frames) {
-  RECORD_TASK_PARAM param = {};
+  RECORD_TASK_PARAM param = fake::DefaultParam();
   param.recordtype = RECORD_KIND_MOTION;
   param.stream = stream;
-  param.video_enable = 1;
   param.framerate = kFramesPerSecond;
   param.duration = param.max_file_seconds = 60;
-  param.local_store = 1;
-  param.video_type = VIDEO_CODEC_H264;
-  param.audio_type = AUDIO_CODEC_NONE;
   param.rectype_code = 'B';
   RecordConfig config = {};
   config.local_enable = 1;
@@ -111,17 +107,13 @@ void StartShortTask(int stream, Files& files, int frames) {
   delete task;
 }
 
-bool IsRecord(const std::string& path) {
-  return path.size() > 4 && path.compare(path.size() - 4, 4, ".kmv") == 0;
-}
-
 // Of both kinds of lists in turn, and the youngest, too: what is being written is offered as well.
 std::vector<std::string> Candidates(bool byName) {
   std::string card = DevicePath("/mnt/mmc0");
   std::vector<std::string> paths;
   if (byName) {
     for (OldFileInfo_s* file = FindOldFiles(card.data(), 1000, nullptr); file != nullptr;) {
-      if (IsRecord(file->path)) paths.insert(paths.begin(), file->path);
+      if (IsOf(file->path, ".kmv")) paths.insert(paths.begin(), file->path);
       OldFileInfo_s* next = file->next;
       std::free(file);
       file = next;
@@ -130,7 +122,7 @@ std::vector<std::string> Candidates(bool byName) {
     std::list<_VrRecordFileInfo> files;
     GetOldFileList(card.c_str(), files, 1000);
     for (const auto& file : files) {
-      if (IsRecord(file.strPath)) paths.push_back(file.strPath);
+      if (IsOf(file.strPath, ".kmv")) paths.push_back(file.strPath);
     }
   }
   return paths;
