@@ -37,8 +37,7 @@ class PreRecordTest : public fake::DeviceTest {
   }
 
   void Start(bool audio) {
-    ASSERT_EQ(PreRecInit(audio ? 1 : 0, kRingBytes, kRingBytes), 0);
-    m_clock.AwaitParticipants(2);
+    ASSERT_TRUE(m_clock.StartThread([=] { return PreRecInit(audio ? 1 : 0, kRingBytes, kRingBytes) == 0; }));
     m_clock.Sleep(5);  // from here on between two passes of the thread
   }
   void Release() {
@@ -94,8 +93,7 @@ TEST_F(PreRecordTest, KeepsBothStreamsWithTheAudioInBoth) {
 TEST_F(PreRecordTest, WithoutAudioNoRingHoldsAny) {
   Start(false);
   m_clock.Sleep(3000);
-  ExpectWhole(TakeAll(STREAM_MAIN), STREAM_MAIN, false);
-  ExpectWhole(TakeAll(STREAM_SUB), STREAM_SUB, false);
+  for (const int stream : {STREAM_MAIN, STREAM_SUB}) ExpectWhole(TakeAll(stream), stream, false);
 }
 
 TEST_F(PreRecordTest, GivesNothingWhileItDoesNotRun) {

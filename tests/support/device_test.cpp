@@ -1,10 +1,11 @@
 #include "tests/support/device_test.h"
 
-#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -35,6 +36,24 @@ int OpenDescriptors() {
   return count;
 }
 
+void SetChanged(const std::string& path, long long seconds) {
+  const timespec changed = {static_cast<time_t>(seconds), 0};
+  const timespec times[2] = {changed, changed};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+}
+
+Zone::Zone(const char* name) {
+  const char* before = std::getenv("TZ");
+  m_before = before != nullptr ? before : "";
+  setenv("TZ", name, 1);
+  tzset();
+}
+
+Zone::~Zone() {
+  m_before.empty() ? unsetenv("TZ") : setenv("TZ", m_before.c_str(), 1);
+  tzset();
+}
+
 DeviceTest::DeviceTest() : m_descriptors(OpenDescriptors()) {
   const char* parent = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
   std::string directory = std::string(parent) + "/record-test-XXXXXX";
@@ -63,6 +82,11 @@ void DeviceTest::Mount(int medium, int freeMB) {
   std::filesystem::create_directories(Path(root));
   m_platform.mounted.insert(root);
   m_platform.freeMB[medium] = freeMB;
+}
+
+std::string DeviceTest::WithoutRoot(std::string text) const {
+  const size_t at = text.find(m_root);
+  return at != std::string::npos ? text.erase(at, m_root.size()) : text;
 }
 
 void DeviceTest::SetFlag(const char* flagFile) {

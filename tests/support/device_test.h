@@ -15,7 +15,20 @@ namespace fake {
 std::string ReadFile(const std::string& path);                        // "" when it is not there
 void WriteFile(const std::string& path, const std::string& content);  // makes the directories
 bool Exists(const std::string& path);
-int OpenDescriptors();  // of this process
+int OpenDescriptors();                                        // of this process
+void SetChanged(const std::string& path, long long seconds);  // its time, since 1970; of a link its own
+
+// Local time is that zone's while one lives.
+class Zone {
+ public:
+  explicit Zone(const char* name);
+  ~Zone();
+  Zone(const Zone&) = delete;
+  Zone& operator=(const Zone&) = delete;
+
+ private:
+  std::string m_before;
+};
 
 class DeviceTest : public ::testing::Test {
  protected:
@@ -25,6 +38,7 @@ class DeviceTest : public ::testing::Test {
   void Mount(int medium, int freeMB);  // makes its directory, too
   void SetFlag(const char* flagFile);
   std::string Path(const std::string& devicePath) const { return m_root + devicePath; }
+  std::string WithoutRoot(std::string text) const;  // text in which a path may stand
 
   Platform& m_platform = Platform::Get();
   Clock& m_clock = Clock::Get();

@@ -151,16 +151,6 @@ bool Clock::StartThread(const std::function<bool()>& start) {
   return m_changed.wait_for(lock, std::chrono::seconds(10), [&] { return m_joins > before; });
 }
 
-void Clock::AwaitParticipants(int count) {
-  std::unique_lock<std::mutex> lock(m_mutex);
-  m_changed.wait_for(lock, std::chrono::seconds(10), [&] { return m_participants >= count; });
-}
-
-int Clock::Participants() {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return m_participants;
-}
-
 Clock::Pause::Pause() {
   Clock::Get().Leave();
 }

@@ -46,9 +46,6 @@ class Clock {
   // Starts a thread by `start` and blocks, in real time, until it takes part. False when `start` says that
   // there is none.
   bool StartThread(const std::function<bool()>& start);
-  // Blocks, in real time, until `count` threads take part.
-  void AwaitParticipants(int count);
-  int Participants();
 
   // The calling thread waits for something else than time while this lives.
   class Pause {

@@ -55,10 +55,6 @@ bool TakeHead(const std::string& bytes, size_t& at, Mp4Clip& clip) {
   return Take(bytes, at, clip.video) && Take(bytes, at, clip.audio) && Take(bytes, at, clip.extra);
 }
 
-void Record(const std::string& call) {
-  Platform::Get().AddCall(call);
-}
-
 std::string Text(std::initializer_list<long long> values) {
   std::string text;
   for (const long long value : values) text += (text.empty() ? "" : " ") + std::to_string(value);
@@ -132,10 +128,11 @@ using namespace fake;
 
 void* Emp4MuxerOpen(const char* path, const Emp4VideoParams* video, const Emp4AudioParams* audio,
                     const Emp4ExtraParams* extra) {
-  Record(std::string("Emp4MuxerOpen(") + path + ", " +
-         Text({video->codec, video->width, video->height, video->framerate, video->keyframe_interval}) + ", " +
-         Text({audio->enabled, audio->codec, audio->samples_per_frame, audio->samplerate, audio->channels}) +
-         ", " + Text({extra->duration, extra->creation_time}) + ")");
+  Platform::Get().AddCall(
+      "Emp4MuxerOpen", path,
+      Text({video->codec, video->width, video->height, video->framerate, video->keyframe_interval}),
+      Text({audio->enabled, audio->codec, audio->samples_per_frame, audio->samplerate, audio->channels}),
+      Text({extra->duration, extra->creation_time}));
   if (Mp4::Get().plan.opensToRefuse-- > 0) return nullptr;
   auto muxer = std::make_unique<Muxer>();
   muxer->file.open(path, std::ios::binary);
@@ -148,24 +145,24 @@ void* Emp4MuxerOpen(const char* path, const Emp4VideoParams* video, const Emp4Au
 int Emp4MuxerWriteVideoNALU(void* muxer, int keyFrame, const unsigned char* data, int length,
                             unsigned timestampMs) {
   const std::string bytes(reinterpret_cast<const char*>(data), static_cast<size_t>(length));
-  Record("Emp4MuxerWriteVideoNALU(" + Text({keyFrame}) + ", " + bytes + ", " + Text({timestampMs}) + ")");
+  Platform::Get().AddCall("Emp4MuxerWriteVideoNALU", keyFrame, bytes, timestampMs);
   return static_cast<Muxer*>(muxer)->Write({true, keyFrame != 0, timestampMs, bytes});
 }
 
 int Emp4MuxerWriteAudio(void* muxer, const unsigned char* data, int length, unsigned timestampMs) {
   const std::string bytes(reinterpret_cast<const char*>(data), static_cast<size_t>(length));
-  Record("Emp4MuxerWriteAudio(" + bytes + ", " + Text({timestampMs}) + ")");
+  Platform::Get().AddCall("Emp4MuxerWriteAudio", bytes, timestampMs);
   return static_cast<Muxer*>(muxer)->Write({false, false, timestampMs, bytes});
 }
 
 int Emp4MuxerCommit(void* muxer) {
-  Record("Emp4MuxerCommit()");
+  Platform::Get().AddCall("Emp4MuxerCommit()");
   static_cast<Muxer*>(muxer)->Flush();
   return Mp4::Get().plan.commitResult;
 }
 
 void Emp4MuxerClose(void* muxer) {
-  Record("Emp4MuxerClose()");
+  Platform::Get().AddCall("Emp4MuxerClose()");
   const std::unique_ptr<Muxer> closed(static_cast<Muxer*>(muxer));
   closed->Flush();
   --Mp4::Get().handles;
@@ -173,7 +170,7 @@ void Emp4MuxerClose(void* muxer) {
 }
 
 void* Emp4DemuxerOpen(const char* path, Emp4VideoParams* video, Emp4AudioParams* audio, Emp4ExtraParams* extra) {
-  Record(std::string("Emp4DemuxerOpen(") + path + ")");
+  Platform::Get().AddCall("Emp4DemuxerOpen", path);
   auto demuxer = std::make_unique<Demuxer>();
   Mp4Clip clip;
   demuxer->path = path;
@@ -197,14 +194,14 @@ int Emp4DemuxerReadFrame(void* handle, unsigned char** data, int* frameType, int
 }
 
 int Emp4DemuxerSeek(void* demuxer, unsigned milliseconds) {
-  Record("Emp4DemuxerSeek(" + Text({milliseconds}) + ")");
+  Platform::Get().AddCall("Emp4DemuxerSeek", milliseconds);
   const int result = Mp4::Get().plan.seekResult;
   if (result == 0) static_cast<Demuxer*>(demuxer)->Seek(milliseconds);
   return result;
 }
 
 int Emp4DemuxerSeekByPercent(void* handle, unsigned percent) {
-  Record("Emp4DemuxerSeekByPercent(" + Text({percent}) + ")");
+  Platform::Get().AddCall("Emp4DemuxerSeekByPercent", percent);
   const int result = Mp4::Get().plan.seekResult;
   auto& demuxer = *static_cast<Demuxer*>(handle);
   const std::vector<Mp4Frame> frames = ReadMp4(demuxer.path).frames;
@@ -213,7 +210,7 @@ int Emp4DemuxerSeekByPercent(void* handle, unsigned percent) {
 }
 
 int Emp4DemuxerSeekToNextKey(void* handle) {
-  Record("Emp4DemuxerSeekToNextKey()");
+  Platform::Get().AddCall("Emp4DemuxerSeekToNextKey()");
   auto& demuxer = *static_cast<Demuxer*>(handle);
   size_t before = demuxer.at;
   while (demuxer.Next() && !(demuxer.frame.video && demuxer.frame.key)) before = demuxer.at;
@@ -222,7 +219,7 @@ int Emp4DemuxerSeekToNextKey(void* handle) {
 }
 
 void Emp4DemuxerClose(void* demuxer) {
-  Record("Emp4DemuxerClose()");
+  Platform::Get().AddCall("Emp4DemuxerClose()");
   delete static_cast<Demuxer*>(demuxer);
   --Mp4::Get().handles;
 }

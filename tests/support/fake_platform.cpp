@@ -104,7 +104,7 @@ std::string DeviceSide(const char* path) {
 
 int RunCommand(const std::string& command) {
   Platform& platform = Platform::Get();
-  platform.AddCall("mysystem(" + command + ")");
+  platform.AddCall("mysystem", command);
   return platform.runCommands ? std::system(command.c_str()) : 0;
 }
 
@@ -125,12 +125,12 @@ void DebugPrint(int module, int level, const char* format, ...) {
 
 int GetStreamData(int command, int stream, std::uintptr_t readerId, void* arg) {
   if (command == STREAM_REGISTER || command == STREAM_UNREGISTER)
-    Platform::Get().AddCall("GetStreamData(" + std::to_string(command) + ", " + std::to_string(stream) + ")");
+    Platform::Get().AddCall("GetStreamData", command, stream);
   return fake::Streams::Get().Call(command, stream, readerId, arg);
 }
 
 int SetForceIdr(int stream) {
-  Platform::Get().AddCall("SetForceIdr(" + std::to_string(stream) + ")");
+  Platform::Get().AddCall("SetForceIdr", stream);
   return fake::Streams::Get().ForceKey(stream);
 }
 
@@ -161,7 +161,7 @@ double GetStorageUsedPercentage(int) {
 }
 
 int SafeMakeDir(const char* path) {
-  Platform::Get().AddCall(std::string("SafeMakeDir(") + path + ")");
+  Platform::Get().AddCall("SafeMakeDir", path);
   return mkdir(path, 0755) == 0 || errno == EEXIST ? 0 : -1;
 }
 
@@ -224,16 +224,15 @@ long long zq_mktime(int year, int month, int day, int hour, int minute, int seco
 }
 
 int AuxMsgReportAlarm(const AlarmTime* time, int code, int arg1, int arg2, const char* text) {
-  char call[1024];
-  std::snprintf(call, sizeof call, "AuxMsgReportAlarm(%04d-%02d-%02d %02d:%02d:%02d, %d, %d, %d, %s)", time->year,
-                time->month, time->day, time->hour, time->minute, time->second, code, arg1, arg2, text);
-  Platform::Get().AddCall(call);
+  char moment[64];
+  std::snprintf(moment, sizeof moment, "%04d-%02d-%02d %02d:%02d:%02d", time->year, time->month, time->day,
+                time->hour, time->minute, time->second);
+  Platform::Get().AddCall("AuxMsgReportAlarm", moment, code, arg1, arg2, text);
   return 0;
 }
 
 int MsgNotifyAlarm(int code, int arg1, int arg2, const char* text) {
-  Platform::Get().AddCall("MsgNotifyAlarm(" + std::to_string(code) + ", " + std::to_string(arg1) + ", " +
-                          std::to_string(arg2) + ", " + text + ")");
+  Platform::Get().AddCall("MsgNotifyAlarm", code, arg1, arg2, text);
   return 0;
 }
 
@@ -242,15 +241,14 @@ void MsgSystemReboot() {
 }
 
 int add_by_multiparams(unsigned int channel, int type) {
-  Platform::Get().AddCall("add_by_multiparams(" + std::to_string(channel) + ", " + std::to_string(type) + ")");
+  Platform::Get().AddCall("add_by_multiparams", channel, type);
   return 0;
 }
 
 int TakeJpegPicture(int stream, int width, int height, int quality, JpegPicture* picture) {
   static thread_local std::string t_bytes;
   Platform& platform = Platform::Get();
-  platform.AddCall("TakeJpegPicture(" + std::to_string(stream) + ", " + std::to_string(width) + ", " +
-                   std::to_string(height) + ", " + std::to_string(quality) + ")");
+  platform.AddCall("TakeJpegPicture", stream, width, height, quality);
   t_bytes = platform.picture ? platform.picture() : "JPEG";
   *picture = {reinterpret_cast<const unsigned char*>(t_bytes.data()), static_cast<int>(t_bytes.size())};
   return t_bytes.empty() ? -1 : 0;
@@ -266,13 +264,12 @@ int CanEmailFile(SmtpServerList*) {
 
 int FtpOneFile(FtpServer*, const char* directory, const char* name, const char* remoteDirectory,
                const char* remoteName) {
-  Platform::Get().AddCall(std::string("FtpOneFile(") + directory + ", " + name + ", " + remoteDirectory + ", " +
-                          remoteName + ")");
+  Platform::Get().AddCall("FtpOneFile", directory, name, remoteDirectory, remoteName);
   return 0;
 }
 
 int EmailOneFile(SmtpServerList*, int flags, const char* directory, const char* name, const char*) {
-  Platform::Get().AddCall("EmailOneFile(" + std::to_string(flags) + ", " + directory + ", " + name + ")");
+  Platform::Get().AddCall("EmailOneFile", flags, directory, name);
   return 0;
 }
 

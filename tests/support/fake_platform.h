@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,13 @@ class Platform {
   void ClearRecord();
 
   void AddCall(std::string call);
+  template <typename First, typename... Rest>
+  void AddCall(const std::string& name, const First& first, const Rest&... rest) {
+    std::ostringstream call;
+    call << name << "(" << first;
+    ((call << ", " << rest), ...);
+    AddCall(call.str() + ")");
+  }
   void AddLog(LogLine line);
   // Replaces `records` while threads run.
   void ListRecords(std::vector<std::pair<std::string, std::string>> listed);

@@ -52,7 +52,6 @@ bool Streams::IsKey(const StreamPlan& plan, std::int64_t index) {
 }
 
 double Streams::Stamp(const StreamPlan& plan, std::int64_t index) {
-  if (plan.stampOf) return plan.stampOf(index);
   return plan.startMs + std::floor(static_cast<double>(index) * 1000.0 / plan.framesPerSecond);
 }
 
@@ -63,7 +62,7 @@ int Streams::Register(int stream, std::uintptr_t reader, double* lookBackMs) {
     return -1;
   }
   const double now = static_cast<double>(Clock::Get().WallMs());
-  const double wanted = now - std::min(*lookBackMs, plan.lookBackLimitMs);
+  const double wanted = now - *lookBackMs;
   auto index = static_cast<std::int64_t>(std::floor((wanted - plan.startMs) * plan.framesPerSecond / 1000));
   index = std::max<std::int64_t>(index, 0);
   if (plan.video) index -= index % plan.framesPerGroup;

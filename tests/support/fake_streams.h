@@ -22,13 +22,11 @@ struct StreamPlan {
   int framesPerGroup = 50;
   int frameBytes = 120;
   double startMs = 0;  // wall time of frame 0; frames before "now" exist already
-  double lookBackLimitMs = 1e9;
   std::string config = std::string("\0\0\0\1CONFIG", 10);
   bool configKnown = true;
   std::set<std::int64_t> lost;                  // frames that never arrive: a gap in the numbers
   std::function<int(std::int64_t)> bytesOf;     // overrides frameBytes
   std::function<double(std::int64_t)> delayMs;  // frame is there that much later than its time
-  std::function<double(std::int64_t)> stampOf;  // overrides the time stamp
   std::int64_t renumberedFrom = -1;             // from this key frame on numbers begin at 0 again
   int registrationsToRefuse = 0;
   std::set<int> readsToFail;  // numbers of STREAM_READ calls (from 1) that return an error

@@ -2,23 +2,15 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 
 #include "record/task_manager.h"
+#include "tests/format/kmv_bytes.h"
 #include "tests/support/device_test.h"
 
 namespace fake {
-namespace {
 
-std::uint32_t U32(const std::string& bytes, size_t offset) {
-  std::uint32_t value;
-  std::memcpy(&value, bytes.data() + offset, sizeof value);
-  return value;
-}
-
-}  // namespace
-
+using kmvtest::GetU32;
 std::int64_t RecordedPacket::StreamIndex() const {
   const size_t colon = payload.find(':');
   return colon == std::string::npos ? -1 : std::atoll(payload.c_str() + colon + 1);
@@ -35,13 +27,12 @@ std::vector<std::int64_t> RecordedFile::Indices(bool audio) const {
 RecordedFile ReadRecordedFile(const std::string& path) {
   RecordedFile file = {path, ReadFile(path), {}, 404};
   const std::string& b = file.bytes;
-  while (file.end + 24 <= b.size() && U32(b, file.end) == 0xdcfeab02) {
+  while (file.end + 24 <= b.size() && GetU32(b, file.end) == 0xdcfeab02) {
     const size_t at = file.end;
-    const std::uint32_t length = U32(b, at + 12);
+    const std::uint32_t length = GetU32(b, at + 12);
     if (at + 24 + length > b.size()) break;
-    file.packets.push_back({static_cast<std::uint32_t>(at), U32(b, at + 4), U32(b, at + 8),
-                            (U32(b, at + 16) & 1) != 0, (U32(b, at + 16) >> 16) != 0, U32(b, at + 20),
-                            b.substr(at + 24, length)});
+    file.packets.push_back({static_cast<std::uint32_t>(at), GetU32(b, at + 4), (GetU32(b, at + 16) & 1) != 0,
+                            (GetU32(b, at + 16) >> 16) != 0, GetU32(b, at + 20), b.substr(at + 24, length)});
     file.end = at + 24 + length;
   }
   return file;

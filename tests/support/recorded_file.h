@@ -15,7 +15,6 @@ namespace fake {
 struct RecordedPacket {
   std::uint32_t offset;
   std::uint32_t timestamp;
-  std::uint32_t keyTimestamp;
   bool key;
   bool audio;
   std::uint32_t sequence;
