@@ -5,8 +5,8 @@
 
 #include "record/storage.h"
 #include "record/task_manager.h"
-#include "record/video_file.h"
 #include "storage/file_syncer.h"
+#include "tests/format/frame_reading.h"
 #include "tests/record/file_faults.h"
 #include "tests/support/device_test.h"
 #include "tests/support/recorded_file.h"
@@ -66,18 +66,8 @@ class FaultsTest : public fake::DeviceTest {
   static void CheckReader(const RecordedFile& file) {
     CKmvFile reader;
     ASSERT_EQ(reader.Open(file.path.c_str()), 1);
-    for (const auto& packet : file.packets) {
-      unsigned char* data = nullptr;
-      long owned = 0, video = 0, key = 0;
-      unsigned long stamp = 0;
-      const int length = reader.GetMediaFrame(&data, owned, video, key, stamp);
-      ASSERT_EQ(length, static_cast<int>(packet.payload.size()));
-      delete[] data;
-    }
-    unsigned char* data = nullptr;
-    long owned = 0, video = 0, key = 0;
-    unsigned long stamp = 0;
-    EXPECT_EQ(reader.GetMediaFrame(&data, owned, video, key, stamp), -1);
+    for (const auto& packet : file.packets) ASSERT_EQ(formattest::ReadFrame(reader).payload, packet.payload);
+    EXPECT_EQ(formattest::ReadFrame(reader).result, -1);
   }
 
   RECORD_TASK_PARAM m_param;
@@ -140,12 +130,6 @@ TEST_F(FaultsTest, AFailedSyncEndsTheFile) {
   }
   EXPECT_TRUE(fake::AwaitTasks(100)) << "the write-failure flag ends the file at once";
   EXPECT_TRUE(m_platform.Logged("write failed, end"));
-}
-
-TEST_F(FaultsTest, ACardThatVanishesStopsTheNextStart) {
-  m_platform.mounted.clear();
-  EXPECT_FALSE(fake::StartTask(std::make_unique<CKmvTask>(m_param, DefaultConfig())));
-  EXPECT_EQ(m_platform.CallsTo("MsgNotifyAlarm").size(), 1u);
 }
 
 }  // namespace

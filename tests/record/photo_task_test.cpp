@@ -43,11 +43,8 @@ class PhotoTaskTest : public fake::DeviceTest {
   bool RunSeries() { return fake::StartTask(Task()) && fake::AwaitTasks(3600 * 1000); }
   // What was told, without the device root.
   Texts Told() const {
-    Texts told = m_told;
-    for (std::string& text : told) {
-      const size_t at = text.find(m_root);
-      if (at != std::string::npos) text.erase(at, m_root.size());
-    }
+    Texts told;
+    for (const std::string& text : m_told) told.push_back(WithoutRoot(text));
     return told;
   }
 

@@ -1,7 +1,4 @@
 // A record task up to its thread: construction and the choice of storage.
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <chrono>
 #include <cstring>
 #include <thread>
@@ -34,9 +31,6 @@ bool Started(const CRecordTask& task) {
 class RecordTaskTest : public fake::DeviceTest {
  protected:
   RecordTaskTest() { g_started = nullptr; }
-  std::string Device(const std::string& path) const {
-    return path.compare(0, m_root.size(), m_root) == 0 ? path.substr(m_root.size()) : path;
-  }
   // The texts logged, without their "[function:line]" and without those of other rooms.
   std::vector<std::string> Texts(const std::string& function) {
     std::vector<std::string> texts;
@@ -194,8 +188,8 @@ TEST_F(RecordTaskTest, LocalMediaComeFirstAndTheShareBesideOrInsteadOfThem) {
     ASSERT_EQ(task.StartThread(NotingThread), 0);
     EXPECT_TRUE(Started(task));
     EXPECT_EQ(task.IsRunning(), 1);
-    EXPECT_EQ(Device(task.GetStorageBase()), each.storageBase);
-    EXPECT_EQ(Device(task.GetNetworkBase()), each.networkBase);
+    EXPECT_EQ(WithoutRoot(task.GetStorageBase()), each.storageBase);
+    EXPECT_EQ(WithoutRoot(task.GetNetworkBase()), each.networkBase);
     EXPECT_EQ(m_platform.Calls(), each.calls);
     EXPECT_EQ(Both(Texts("ChooseLocalStorage"), Texts("ChooseNetworkStorage")), each.texts);
     EXPECT_TRUE(m_platform.Logged("]m_local_store=" + std::to_string(m_param.local_store) +
@@ -226,9 +220,7 @@ class RamStorageTest : public RecordTaskTest {
   void AddRamRecord(int ageSeconds) {
     const std::string path = Path("/tmp/record/081400-av-1.kmv");
     fake::WriteFile(path, "x");
-    const timespec changed = {static_cast<time_t>(m_clock.WallMs() / 1000 - ageSeconds), 0};
-    const timespec times[2] = {changed, changed};
-    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    fake::SetChanged(path, m_clock.WallMs() / 1000 - ageSeconds);
   }
   // Starts the task; tells whether it records into RAM.
   bool StartsInRam(FtpServer* ftp) {
@@ -243,7 +235,7 @@ class RamStorageTest : public RecordTaskTest {
       return false;
     }
     EXPECT_TRUE(Started(task));
-    EXPECT_EQ(Device(task.GetStorageBase()), "/tmp/record");
+    EXPECT_EQ(WithoutRoot(task.GetStorageBase()), "/tmp/record");
     EXPECT_STREQ(task.GetNetworkBase(), "");
     EXPECT_THAT(m_platform.CallsTo("MsgNotifyAlarm"), IsEmpty());
     return true;
@@ -288,7 +280,7 @@ TEST_F(RamStorageTest, IsTheLastResort) {
   task.SetFtpParam(&m_ftp);
   ASSERT_EQ(task.StartThread(NotingThread), 0);
   EXPECT_TRUE(Started(task));
-  EXPECT_EQ(Device(task.GetStorageBase()), "/mnt/mmc0/motion/20240131");
+  EXPECT_EQ(WithoutRoot(task.GetStorageBase()), "/mnt/mmc0/motion/20240131");
   EXPECT_TRUE(fake::Exists(Path("/tmp/record/081400-av-1.kmv")));
 }
 

@@ -52,17 +52,6 @@ TEST_F(RecordThreadTest, WritesTheFrameWithoutItsTailUnlessToldToKeepIt) {
   EXPECT_EQ(file.packets[0].payload.size(), 104u);
 }
 
-TEST_F(RecordThreadTest, ConsecutiveTasksLeaveNoGap) {
-  m_param.duration = 7;
-  m_param.max_file_seconds = 7;
-  const RecordedFile first = Record();
-  m_param.pre_second = 1;
-  const RecordedFile second = Record();
-  ASSERT_NE(first.path, second.path);
-  EXPECT_TRUE(second.packets[0].key);
-  EXPECT_LE(second.Indices(false).front(), first.Indices(false).back() + 1);
-}
-
 TEST_F(RecordThreadTest, DropsAllUpToTheNextKeyFrameAfterALoss) {
   m_streams.Plan(STREAM_MAIN).lost = {1510, 1560, 1561};
   m_param.duration = 4;

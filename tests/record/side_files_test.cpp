@@ -92,20 +92,19 @@ TEST_F(SideFilesTest, AnMp4WithoutAKeyFrameLosesItsInfoAtTheEnd) {
   EXPECT_EQ(m_task.WriteInfoFile(1), 0);
 }
 
-TEST_F(SideFilesTest, AnInfoThatCannotBeOpenedIsTold) {
+TEST_F(SideFilesTest, AnInfoThatCannotBeOpenedOrWrittenIsTold) {
+  const std::string path = BeginFile("081500-av-1.kmv");
+  {
+    const fake::FileFault full(fake::FileCall::kWrite, ".kmv.info$", 1, true, ENOSPC);
+    EXPECT_EQ(m_task.WriteInfoFile(0), -1);
+  }
+  EXPECT_TRUE(m_platform.Logged("]save record info to " + path + " failed. ret = 0.\n\n"));
+  EXPECT_FALSE(m_platform.Logged("]open "));
   m_task.SetFilePath(Path("/nowhere/a.kmv"));
   EXPECT_EQ(m_task.WriteInfoFile(0), -1);
   EXPECT_TRUE(m_platform.Logged("]open " + Path("/nowhere/a.kmv.info") + " failed!\n\n"));
   m_task.SetFilePath("");
   EXPECT_EQ(m_task.WriteInfoFile(0), -1);
-}
-
-TEST_F(SideFilesTest, AnInfoThatCannotBeWrittenIsToldApart) {
-  const std::string path = BeginFile("081500-av-1.kmv");
-  const fake::FileFault full(fake::FileCall::kWrite, ".kmv.info$", 1, true, ENOSPC);
-  EXPECT_EQ(m_task.WriteInfoFile(0), -1);
-  EXPECT_TRUE(m_platform.Logged("]save record info to " + path + " failed. ret = 0.\n\n"));
-  EXPECT_FALSE(m_platform.Logged("]open "));
 }
 
 TEST_F(SideFilesTest, TheFileListKeepsItsNulBeforeTheLineFeed) {
@@ -220,19 +219,11 @@ TEST_F(LockFileTest, NoLinkIsFollowedAndNoPipeWaitedFor) {
   EXPECT_EQ(m_task.WriteFileList(m_directory.c_str(), "081500-av-1.kmv"), -1);
 }
 
-TEST_F(TaskTypeIndexTest, TheFirstUpdateCreatesItWhole) {
+TEST_F(TaskTypeIndexTest, AMinuteThatIsNoneOrCannotBeMarkedIsRefused) {
   m_task.SetStorageBase(m_directory.c_str());
   m_task.loadRecTypeIdx();
-  m_task.m_minuteTypes[600] = 'M';
-  EXPECT_EQ(m_task.updateRecTypeIdx(600), 0);
-  std::string expected(1440, 'C');
-  expected[600] = 'M';
-  EXPECT_EQ(fake::ReadFile(m_index), expected);
   for (const int minute : {-1, 1440, 100000}) EXPECT_EQ(m_task.updateRecTypeIdx(minute), -1) << minute;
-  EXPECT_EQ(fake::ReadFile(m_index), expected);
-}
-
-TEST_F(TaskTypeIndexTest, AnIndexThatCannotBeMadeIsTold) {
+  EXPECT_FALSE(fake::Exists(m_index));
   m_task.SetStorageBase(Path("/nowhere").c_str());
   m_task.loadRecTypeIdx();
   EXPECT_EQ(m_task.updateRecTypeIdx(7), -1);

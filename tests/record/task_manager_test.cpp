@@ -203,12 +203,6 @@ TEST_F(TaskManagerTest, NamesTheTaskThatHoldsItsMutexTooLong) {
   EXPECT_EQ(TaskIsBlockingTime(1000, &line, &time), 0);
 }
 
-TEST_F(TaskManagerTest, TheWriteFailFlagKeepsItsWord) {
-  EXPECT_EQ(TaskGetWriteFail(), 0);
-  TaskSetWriteFail(5);
-  EXPECT_EQ(TaskGetWriteFail(), 5);
-}
-
 // Tasks come and go while others ask: for the thread and the address checker, and for the removal that must
 // not return while a query still looks at the task.
 TEST_F(TaskManagerTest, TasksMayBeDeletedUnderRunningQueries) {
