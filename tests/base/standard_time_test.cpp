@@ -1,22 +1,16 @@
-#include <gtest/gtest.h>
-
-#include <cstdlib>
 #include <random>
-#include <string>
 
 #include "base/clock.h"
+#include "tests/support/device_test.h"
 
 namespace {
 
 // All around the change of the clocks, in both hemispheres, in a zone without one, and after 2038.
 TEST(StandardTime, IsWhatTheCLibraryMakesOfIt) {
-  const char* zone = std::getenv("TZ");
-  const std::string before = zone != nullptr ? zone : "";
   std::mt19937 random(1);
   for (const char* each :
        {"CET-1CEST,M3.5.0,M10.5.0/3", "AEST-10AEDT,M10.1.0,M4.1.0/3", "UTC0", "PST8PDT,M3.2.0,M11.1.0"}) {
-    setenv("TZ", each, 1);
-    tzset();
+    const fake::Zone zone(each);
     for (int n = 0; n < 500; ++n) {
       struct tm fields = {};
       fields.tm_year = static_cast<int>(random() % 150 + 72);
@@ -30,8 +24,6 @@ TEST(StandardTime, IsWhatTheCLibraryMakesOfIt) {
           << each << " " << fields.tm_year << " " << fields.tm_mon << " " << fields.tm_mday;
     }
   }
-  before.empty() ? unsetenv("TZ") : setenv("TZ", before.c_str(), 1);
-  tzset();
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <random>
 
@@ -31,10 +30,6 @@ class OldRecordsTest : public fake::DeviceTest {
 
   void Add(const std::string& name) { fake::WriteFile(m_card + "/" + name, name); }
   bool Has(const std::string& name) const { return fs::exists(fs::symlink_status(m_card + "/" + name)); }
-  static void SetTime(const std::string& path, long long seconds) {
-    const timespec times[2] = {{static_cast<time_t>(seconds), 0}, {static_cast<time_t>(seconds), 0}};
-    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
-  }
   // Paths below the card, in the list's order; frees the list, whose links hold both ways.
   Names Take(OldFileInfo_s* head) const {
     Names names;
@@ -51,6 +46,11 @@ class OldRecordsTest : public fake::DeviceTest {
     return names;
   }
   Names Oldest(unsigned count) { return Take(FindOldFiles(m_card.data(), count, nullptr)); }
+  Names Directories(const std::string& path) const {
+    OldFileInfo_s* head = nullptr;
+    EXPECT_EQ(findAllDirs(path.c_str(), &head, nullptr, 1), 0);
+    return Take(head);
+  }
   Names FreeList(unsigned count) {
     std::list<_VrRecordFileInfo> files;
     EXPECT_EQ(GetOldFileList(m_card.c_str(), files, count), 0);
@@ -120,7 +120,7 @@ TEST_F(OldRecordsTest, TheListIsTheOldestNewestFirst) {
                                      "alarm/20240102/010000.kmv", "motion/20240101/110000.kmv",
                                      "motion/20240101/100000.kmv", "motion/20240101/090000.kmv"));
   Add("notes.txt");  // its last change is its time
-  SetTime(m_card + "/notes.txt", 1);
+  fake::SetChanged(m_card + "/notes.txt", 1);
   EXPECT_EQ(Oldest(7).back(), "notes.txt");
   int stop = 1;
   EXPECT_EQ(FindOldFiles(m_card.data(), 6, &stop), nullptr);
@@ -155,18 +155,14 @@ TEST_F(OldRecordsTest, RandomFilesAreKeptLikeASortWould) {
 TEST_F(OldRecordsTest, DirectoriesAreListedOldestFirst) {
   for (const char* name : {"20240103/a/20240102/f", "20240101/f"}) Add(name);
   fs::create_symlink("/", m_card + "/20230101");
-  OldFileInfo_s* head = nullptr;
-  EXPECT_EQ(findAllDirs(m_card.c_str(), &head, nullptr, 1), 0);
   // A directory without a day in its name has the time of its last change, which is now.
-  EXPECT_THAT(Take(head), ElementsAre("20240101", "20240103/a/20240102", "20240103", "20240103/a"));
+  EXPECT_THAT(Directories(m_card), ElementsAre("20240101", "20240103/a/20240102", "20240103", "20240103/a"));
   for (int n = 0; n < 20; ++n) fs::create_directories(m_card + "/20240103/a/2023" + std::to_string(1001 + n));
-  head = nullptr;
-  EXPECT_EQ(findAllDirs((m_card + "/20240103").c_str(), &head, nullptr, 1), 0);
-  const Names many = Take(head);
+  const Names many = Directories(m_card + "/20240103");
   ASSERT_EQ(many.size(), 22u);
   EXPECT_EQ(many[19], "20240103/a/20231020");
   Add("file");
-  head = nullptr;
+  OldFileInfo_s* head = nullptr;
   EXPECT_EQ(findAllDirs((m_card + "/none").c_str(), &head, nullptr, 0), 0);
   EXPECT_THAT(m_platform.CallsTo("mysystem"), IsEmpty());
   EXPECT_EQ(findAllDirs((m_card + "/file").c_str(), &head, nullptr, 0), -1);

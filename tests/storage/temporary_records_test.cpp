@@ -1,7 +1,3 @@
-#include <fcntl.h>
-#include <sys/stat.h>
-
-#include <cstring>
 #include <filesystem>
 
 #include "record/maintenance.h"
@@ -16,9 +12,7 @@ class TemporaryRecordsTest : public fake::DeviceTest {
   void Add(const std::string& name, int ageSeconds) {
     const std::string path = m_directory + "/" + name;
     fake::WriteFile(path, "x");
-    const timespec changed = {static_cast<time_t>(m_clock.WallMs() / 1000 - ageSeconds), 0};
-    const timespec times[2] = {changed, changed};
-    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    fake::SetChanged(path, m_clock.WallMs() / 1000 - ageSeconds);
   }
   std::vector<std::string> Commands() { return m_platform.CallsTo("mysystem"); }
 
@@ -62,10 +56,10 @@ TEST_F(TemporaryRecordsTest, ADirectoryWithASpecialNameIsOneWordForTheShell) {
 
 TEST_F(TemporaryRecordsTest, OnlyRecordFilesCountAsRecords) {
   EXPECT_EQ(HasRecordFileInPath(m_directory.c_str()), 0);  // no directory
-  Add("x.tmp", 0);
+  for (const char* name : {"x.tmp", "x.KMV", "x.km", "kmv"}) Add(name, 0);
   std::filesystem::create_directories(m_directory + "/directory.kmv");
   EXPECT_EQ(HasRecordFileInPath(m_directory.c_str()), 0);
-  for (const char* name : {"x.mp4", "x.avi", "x.kmv", "x.kmv.info"}) {
+  for (const char* name : {"x.mp4", "x.avi", "x.kmv", ".kmv", "x.kmv.info"}) {
     Add(name, 0);
     EXPECT_EQ(HasRecordFileInPath(m_directory.c_str()), 1) << name;
     std::filesystem::remove(m_directory + "/" + name);
