@@ -47,10 +47,7 @@ std::string ExportTest::Full(const std::string& time, const std::string& extensi
 
 void ExportTest::AddFile(const std::string& time, const std::string& extension, const std::string& bytes,
                          double seconds) {
-  const std::string name = kDay + time + "-av-1." + extension;
-  fake::WriteFile(Full(time, extension), bytes);
-  fake::WriteFile(InfoFile(name), Bytes(Info(name, seconds)));
-  m_platform.records.insert(m_platform.records.begin(), {catalogue::kRoot, name});  // newest first
+  AddRecord(kDay + time + "-av-1." + extension, seconds, bytes);
 }
 
 void ExportTest::AddKmv(const std::string& time, long long fromMs, long long toMs, const Stream& stream) {
@@ -92,9 +89,9 @@ fake::Mp4Clip ExportTest::Export(const DayTimeSpan& span) {
   return fake::ReadMp4(m_output);
 }
 
-int ExportTest::RunTimelapse(int seconds, const DayTimeSpan& span, const std::string& output) {
+int ExportTest::RunTimelapse(int seconds, const std::string& output) {
   static int s_id = 5000;
-  CExportTimelapse job(++s_id, seconds, 2024, 1, 30, span, output, Endings::Done);
+  CExportTimelapse job(++s_id, seconds, 2024, 1, 30, {8, 0, 0, 9, 0, 0}, output, Endings::Done);
   EXPECT_EQ(job.Start(), 0);
   return Endings::Get().Await(s_id);
 }

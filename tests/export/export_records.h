@@ -49,7 +49,7 @@ class ExportTest : public catalogue::CatalogueTest {
   int Run(CExportRecord& job, int id);
   // Exports kSpan, or what is asked for, into m_output; what the multiplexer got.
   fake::Mp4Clip Export(const DayTimeSpan& span = kSpan);
-  int RunTimelapse(int seconds, const DayTimeSpan& span, const std::string& output);
+  int RunTimelapse(int seconds, const std::string& output);  // of an hour
 
   std::string Full(const std::string& time, const std::string& extension = "kmv");
   const std::string m_output = Path("/tmp/out.mp4");

@@ -12,8 +12,6 @@ using namespace exporttest;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-constexpr DayTimeSpan kHour = {8, 0, 0, 9, 0, 0};
-
 class TimelapseExportTest : public ExportTest {
  protected:
   std::string Dat() { return Path("/tmp/out.dat"); }
@@ -29,7 +27,7 @@ class TimelapseExportTest : public ExportTest {
 TEST_F(TimelapseExportTest, TakesOneKeyFrameAnInterval) {
   AddKmv("080000", 0, 6000);
   AddMp4("080006", 6000, 9500);
-  EXPECT_EQ(RunTimelapse(5, kHour, m_output), 0);
+  EXPECT_EQ(RunTimelapse(5, m_output), 0);
   const fake::Mp4Clip clip = fake::ReadMp4(m_output);
   EXPECT_THAT(Times(clip, true, true), ElementsAre("v0k", "v40k", "v80k", "v120k", "v160k"));
   std::string bytes;
@@ -50,9 +48,8 @@ TEST_F(TimelapseExportTest, IndexAndSteppingAgree) {
     stream.framesPerGroup = keyMs / 100;
     AddKmv("075950", -10000, 30000, stream);
     for (const int seconds : {10, 60, 300}) {  // intervals of 14.4 s, 2.4 s and 0.48 s
-      const DayTimeSpan span = {8, 0, 0, 9, 0, 0};
       unlink(Dat().c_str());
-      EXPECT_EQ(RunTimelapse(seconds, span, Dat()), 0);
+      EXPECT_EQ(RunTimelapse(seconds, Dat()), 0);
       std::vector<int> expected;
       const int interval = static_cast<int>(60000.0 / (seconds * 25 / 60.0));
       for (int ms = -10000; ms < 30000; ms += keyMs) {
@@ -94,7 +91,7 @@ TEST_F(TimelapseExportTest, AnIndexThatLeadsBackRepeatsNothing) {
       fake::WriteFile(Full("080000"), bytes);
     }
     unlink(Dat().c_str());
-    EXPECT_EQ(RunTimelapse(10, kHour, Dat()), 0);  // every 14.4 s
+    EXPECT_EQ(RunTimelapse(10, Dat()), 0);  // every 14.4 s
     EXPECT_EQ(fake::ReadFile(Dat()), Keys({0, 16000, 32000, 48000})) << isDamaged;
   }
 }
@@ -102,12 +99,12 @@ TEST_F(TimelapseExportTest, AnIndexThatLeadsBackRepeatsNothing) {
 TEST_F(TimelapseExportTest, ARawFileKeepsTheEndOfAnOlderOne) {
   AddKmv("080000", 0, 3000);
   fake::WriteFile(Dat(), std::string(1000, 'o'));
-  EXPECT_EQ(RunTimelapse(120, kHour, Dat()), 0);
+  EXPECT_EQ(RunTimelapse(120, Dat()), 0);
   const std::string pictures = Keys({0, 2000});
   EXPECT_EQ(fake::ReadFile(Dat()), pictures + std::string(1000 - pictures.size(), 'o'));
   unlink(Dat().c_str());
   fake::WriteFile(Dat() + ".part", std::string(1000, 'o'));  // of an export that died
-  EXPECT_EQ(RunTimelapse(120, kHour, Dat()), 0);
+  EXPECT_EQ(RunTimelapse(120, Dat()), 0);
   EXPECT_EQ(fake::ReadFile(Dat()), pictures);
   EXPECT_FALSE(fake::Exists(Dat() + ".part"));
 }
@@ -117,7 +114,7 @@ TEST_F(TimelapseExportTest, ADiskThatFillsAtEachWrite) {
   for (int k = 1; k <= 5; ++k) {
     unlink(Dat().c_str());
     const fake::FileFault fault(fake::FileCall::kWrite, "out.dat.part", k, true, ENOSPC);
-    EXPECT_EQ(RunTimelapse(120, kHour, Dat()), 0);
+    EXPECT_EQ(RunTimelapse(120, Dat()), 0);
     EXPECT_EQ(fake::Exists(Dat()), k > 4);
     std::vector<int> written;
     for (int ms = 0; ms < 8000 && static_cast<int>(written.size()) + 1 < k; ms += 2000) written.push_back(ms);
@@ -127,7 +124,7 @@ TEST_F(TimelapseExportTest, ADiskThatFillsAtEachWrite) {
   for (const fake::FileCall call : {fake::FileCall::kOpen, fake::FileCall::kSync}) {
     unlink(Dat().c_str());
     const fake::FileFault fault(call, "out.dat.part", 1, true, EIO);
-    EXPECT_EQ(RunTimelapse(120, kHour, Dat()), call == fake::FileCall::kOpen ? 0 : -1);
+    EXPECT_EQ(RunTimelapse(120, Dat()), call == fake::FileCall::kOpen ? 0 : -1);
     EXPECT_FALSE(fake::Exists(Dat()));
   }
 }

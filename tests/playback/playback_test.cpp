@@ -58,6 +58,12 @@ std::vector<unsigned long long> Consumer::Times() {
   return times;
 }
 
+std::vector<std::string> Consumer::Payloads(bool video) {
+  std::vector<std::string> payloads;
+  for (const Push& push : Pushes(video)) payloads.push_back(push.payload);
+  return payloads;
+}
+
 std::string Consumer::Intervals() {
   const std::vector<Push> pushes = Pushes();
   std::string text;
@@ -68,14 +74,6 @@ std::string Consumer::Intervals() {
     run = 0;
   }
   return text;
-}
-
-void PlaybackTest::AddFile(const std::string& name, double seconds, const std::string& bytes) {
-  fake::WriteFile(FilePath(name), bytes);
-  fake::WriteFile(InfoFile(name), Bytes(Info(name, seconds)));
-  auto records = m_platform.ListedRecords();
-  records.insert(records.begin(), {catalogue::kRoot, name});  // newest first
-  m_platform.ListRecords(records);
 }
 
 void PlaybackTest::AddFile(const std::string& name, std::uint32_t seconds, std::uint32_t firstStamp, bool audio) {

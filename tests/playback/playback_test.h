@@ -35,6 +35,7 @@ class Consumer {
 
   std::vector<Push> Pushes(bool video = true);
   std::vector<unsigned long long> Times();  // of the video pushes: their ptsMs
+  std::vector<std::string> Payloads(bool video = true);
   // Time from push to push of the video frames, run-length coded: "24*40 1*1000".
   std::string Intervals();
   int ParamsCalls() const { return m_params; }
@@ -68,9 +69,11 @@ class PlaybackTest : public catalogue::CatalogueTest {
   void AddFile(const std::string& name, std::uint32_t seconds, std::uint32_t firstStamp = 5000,
                bool audio = false);
   void AddFile(const std::string& name, double seconds, const kmvtest::File& file) {
-    AddFile(name, seconds, file.Bytes());
+    AddRecord(name, seconds, file.Bytes());
   }
-  void AddFile(const std::string& name, double seconds, const std::string& bytes);
+  void AddFile(const std::string& name, double seconds, const std::string& bytes) {
+    AddRecord(name, seconds, bytes);
+  }
   std::string FilePath(const std::string& name) { return Path(std::string(catalogue::kRoot) + "/" + name); }
   // Seconds since 1970 of a local time of the 30th of January 2024.
   static long At(int hour, int minute, int second, int day = 30);

@@ -52,6 +52,25 @@ class ReplayTest : public PlaybackTest {
     return m_clock.WatchUntil([&] { return m_finished != 0; }, 1LL << 40);
   }
 
+  // The payloads of the pictures from `begin` on to the end, asked for and pushed.
+  std::vector<std::string> ReadFrom(long begin) {
+    TimelineReplayerReader reader(&m_search);
+    EXPECT_EQ(reader.open(begin), 0);
+    int firstKeys = 0;
+    return ReadAll(reader, firstKeys);
+  }
+  std::vector<std::string> PushedFrom(long begin) {
+    m_consumer.Reset();
+    m_finished = 0;
+    SuperReplayer replayer(this, &m_search, TakePush, Finished, false);
+    EXPECT_TRUE(
+        m_clock.StartThread([&] { return replayer.Open(static_cast<unsigned long long>(begin) * 1000) == 0; }));
+    EXPECT_TRUE(AwaitFinished());
+    const fake::Clock::Pause pause;
+    replayer.Stop();
+    return m_consumer.Payloads();
+  }
+
   SuperReplayer* m_replayer = nullptr;
   int m_firstFrames = 0;
   std::atomic<int> m_finished{0};

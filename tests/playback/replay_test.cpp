@@ -62,10 +62,7 @@ TEST_F(ReplayTest, AFileIsNotFoundAgainAtItsOwnEnd) {
   AddFile(kFirst, 1.0, file);
   fake::WriteFile(InfoFile(kFirst), Bytes(Info(kFirst, 1, 200)));  // corrected to 200 / 15 seconds
   AddFile(kLate, 1);
-  TimelineReplayerReader reader(&m_search);
-  ASSERT_EQ(reader.open(At(10, 0, 0)), 0);
-  int firstKeys = 0;
-  EXPECT_EQ(ReadAll(reader, firstKeys).size(), 200u + 25u);
+  EXPECT_EQ(ReadFrom(At(10, 0, 0)).size(), 200u + 25u);
 }
 
 TEST_F(ReplayTest, SuperReplayerPushesPacedAndMovesOn) {
@@ -101,21 +98,13 @@ TEST_F(ReplayTest, MidnightIsPassedOver) {
   last.Finish(2300);
   AddFile("20240130/235957-av-1.kmv", 2.3, last);
   AddFile("20240131/001000-av-1.kmv", 1);
-  TimelineReplayerReader reader(&m_search);
-  int firstKeys = 0;
-  ASSERT_EQ(reader.open(At(23, 50, 0)), 0);
-  EXPECT_EQ(ReadAll(reader, firstKeys).size(), 75u + 23u + 25u);
+  EXPECT_EQ(ReadFrom(At(23, 50, 0)).size(), 75u + 23u + 25u);
 
   m_platform.ListRecords({});
   AddFile("20240130/235000-av-1.kmv", 3);
   AddFile("20240130/235003-av-1.kmv", 1);  // over where it is looked for
   AddFile("20240131/001000-av-1.kmv", 1);
-  SuperReplayer replayer(this, &m_search, TakePush, Finished, false);
-  ASSERT_TRUE(m_clock.StartThread([&] { return replayer.Open(At(23, 50, 0) * 1000ULL) == 0; }));
-  ASSERT_TRUE(AwaitFinished());
-  EXPECT_EQ(m_consumer.Pushes().size(), 75u + 25u + 25u);
-  const fake::Clock::Pause pause;
-  replayer.Stop();
+  EXPECT_EQ(PushedFrom(At(23, 50, 0)).size(), 75u + 25u + 25u);
 }
 
 // A `long` of 32 bits is read unsigned.
@@ -127,23 +116,22 @@ TEST_F(ReplayTest, DaysBehind2038ArePlayed) {
   PlayAll(*session);
   ASSERT_EQ(m_consumer.Times().size(), 50u);
   EXPECT_EQ(m_consumer.Times()[0], static_cast<unsigned long long>(begin) * 1000);
-  TimelineReplayerReader reader(&m_search);
-  int firstKeys = 0;
-  ASSERT_EQ(reader.open(record::ToTimeWord(begin)), 0);
-  EXPECT_EQ(ReadAll(reader, firstKeys).size(), 50u);
+  EXPECT_EQ(ReadFrom(record::ToTimeWord(begin)).size(), 50u);
 }
 
 // What a replayer tells of one file.
 struct Count {
-  static inline std::atomic<int> ends, pictures;
+  static inline std::atomic<int> ends, pictures, keys, lastMs;
   static inline int withoutMemory = 0;  // the picture at which memory runs out; 0: none
 
   static void From(CReplayer& replayer, int failingPicture = 0) {
-    ends = pictures = 0;
+    ends = pictures = keys = lastMs = 0;
     withoutMemory = failingPicture;
     replayer.SetCallbacks(
         nullptr, [](ReplayContext) { return ++ends, 0; },
-        [](ReplayContext, char*, int, int, int) {
+        [](ReplayContext, char*, int, int offsetMs, int isKey) {
+          keys += isKey;
+          lastMs = offsetMs;
           if (++pictures == withoutMemory) throw std::bad_alloc();
           return 0;
         },
@@ -207,54 +195,41 @@ TEST_F(ReplayTest, WithoutMemoryTheEndIsTold) {
   m_platform.OnLog([](const std::string& line) {
     if (line.find("100003-av-1.kmv \n") != std::string::npos) throw std::bad_alloc();
   });
-  SuperReplayer all(this, &m_search, TakePush, Finished, false);
-  ASSERT_TRUE(m_clock.StartThread([&] { return all.Open(At(10, 0, 0) * 1000ULL) == 0; }));
-  EXPECT_TRUE(AwaitFinished());
+  EXPECT_EQ(PushedFrom(At(10, 0, 0)).size(), 25u);
   m_platform.OnLog(nullptr);
-  EXPECT_EQ(m_consumer.Pushes().size(), 25u);
-  const fake::Clock::Pause pause;
-  all.Stop();
 }
 
 TEST_F(ReplayTest, ReplayerSeeksPausesAndSkips) {
   AddFile(kFirst, 10);
-  static std::atomic<int> s_ends, s_pictures, s_keys, s_lastMs;
-  s_ends = s_pictures = s_keys = s_lastMs = 0;
   std::string path = FilePath(kFirst);
   CReplayer replayer(path.data(), 0, false);
-  replayer.SetCallbacks([](ReplayContext) { return 0; }, [](ReplayContext) { return ++s_ends, 0; },
-                        [](ReplayContext, char*, int, int offsetMs, int isKey) {
-                          s_keys += isKey;
-                          s_lastMs = offsetMs;
-                          return ++s_pictures, 0;
-                        },
-                        nullptr);
+  Count::From(replayer);
   EXPECT_EQ(replayer.Fast(17), -1);
   EXPECT_EQ(replayer.Fast(4), 0);
   replayer.Pause();
   ASSERT_TRUE(m_clock.StartThread([&] { return replayer.Start() == 0; }));
   m_clock.Sleep(5000);
-  EXPECT_EQ(s_pictures, 0);
+  EXPECT_EQ(Count::pictures, 0);
   const auto playToEnd = [&] {
-    const int ends = s_ends;
+    const int ends = Count::ends;
     replayer.Resume();
-    EXPECT_TRUE(m_clock.WatchUntil([&] { return s_ends > ends; }, 100000));
+    EXPECT_TRUE(m_clock.WatchUntil([&] { return Count::ends > ends; }, 100000));
     replayer.Pause();
   };
   playToEnd();
-  EXPECT_EQ(s_pictures, 10);
-  EXPECT_EQ(s_keys, 10);
+  EXPECT_EQ(Count::pictures, 10);
+  EXPECT_EQ(Count::keys, 10);
   replayer.Fast(0);
   replayer.SeekByPercent(80);
   playToEnd();
-  EXPECT_EQ(s_pictures, 10 + 50);
+  EXPECT_EQ(Count::pictures, 10 + 50);
   replayer.SeekByPercent(100);  // the last second
   playToEnd();
-  EXPECT_EQ(s_pictures, 10 + 50 + 25);
+  EXPECT_EQ(Count::pictures, 10 + 50 + 25);
   replayer.Seek(3600);  // behind the end
   m_clock.Sleep(1000);
-  EXPECT_EQ(s_ends, 3);
-  EXPECT_EQ(s_lastMs, 9960);
+  EXPECT_EQ(Count::ends, 3);
+  EXPECT_EQ(Count::lastMs, 9960);
   const fake::Clock::Pause pause;
   replayer.Stop();
 }

@@ -64,12 +64,6 @@ class SharedFramesTest : public ReplayTest {
     }
     return numbers;
   }
-  std::vector<std::string> Pushed(bool video = true) {
-    std::vector<std::string> payloads;
-    for (const Push& push : m_consumer.Pushes(video)) payloads.push_back(push.payload);
-    return payloads;
-  }
-
   // Numbers of the stream's frames: in a row, each once.
   static void ExpectInARow(const std::vector<std::string>& pictures, size_t atLeast) {
     std::vector<long> numbers;
@@ -90,8 +84,7 @@ TEST_F(SharedFramesTest, EveryFrameOfARecordingIsShownOnce) {
 
   const auto session = Session(begin);
   PlayAll(*session);
-  std::vector<std::string> pictures;
-  for (const Push& push : m_consumer.Pushes()) pictures.push_back(push.payload);
+  const std::vector<std::string> pictures = m_consumer.Payloads();
   ExpectInARow(pictures, 500);
   EXPECT_GT(frames, pictures.size() + 100);  // so many were there twice
 
@@ -101,27 +94,14 @@ TEST_F(SharedFramesTest, EveryFrameOfARecordingIsShownOnce) {
   fast->Fast(16);
   PlayAll(*fast);
   long last = -1;
-  for (const Push& push : m_consumer.Pushes()) {
-    const long number = std::atol(push.payload.c_str() + 3);
+  for (const std::string& picture : m_consumer.Payloads()) {
+    const long number = std::atol(picture.c_str() + 3);
     EXPECT_GT(number, last);
     last = number;
   }
 
-  TimelineReplayerReader reader(&m_search);
-  ASSERT_EQ(reader.open(begin), 0);
-  int firstKeys = 0;
-  EXPECT_EQ(ReadAll(reader, firstKeys), pictures);
-
-  m_consumer.Reset();
-  SuperReplayer replayer(this, &m_search, TakePush, Finished, false);
-  ASSERT_TRUE(
-      m_clock.StartThread([&] { return replayer.Open(static_cast<unsigned long long>(begin) * 1000) == 0; }));
-  ASSERT_TRUE(AwaitFinished());
-  std::vector<std::string> pushed;
-  for (const Push& push : m_consumer.Pushes()) pushed.push_back(push.payload);
-  EXPECT_EQ(pushed, pictures);
-  const fake::Clock::Pause pause;
-  replayer.Stop();
+  EXPECT_EQ(ReadFrom(begin), pictures);
+  EXPECT_EQ(PushedFrom(begin), pictures);
 }
 
 // The stamps of AVI and MP4 files count from their own begin: what neighbours share is told by its bytes. The
@@ -151,26 +131,15 @@ TEST_F(SharedFramesTest, EveryFrameIsShownOnceOverFilesWithoutStreamStamps) {
       PlayAll(*session);
     };
     play(1);
-    EXPECT_EQ(Numbers(Pushed()), all);
-    EXPECT_EQ(Numbers(Pushed(false)), sounds);
+    EXPECT_EQ(Numbers(m_consumer.Payloads()), all);
+    EXPECT_EQ(Numbers(m_consumer.Payloads(false)), sounds);
     play(8);
-    const std::vector<int> keys = Numbers(Pushed());
+    const std::vector<int> keys = Numbers(m_consumer.Payloads());
     EXPECT_GE(keys.size(), 15u);
     for (size_t n = 1; n < keys.size(); ++n) EXPECT_EQ(keys[n], keys[n - 1] + 25);
 
-    TimelineReplayerReader reader(&m_search);
-    ASSERT_EQ(reader.open(At(10, 0, 0)), 0);
-    int firstKeys = 0;
-    EXPECT_EQ(Numbers(ReadAll(reader, firstKeys)), all);
-
-    m_consumer.Reset();
-    m_finished = 0;
-    SuperReplayer replayer(this, &m_search, TakePush, Finished, false);
-    ASSERT_TRUE(m_clock.StartThread([&] { return replayer.Open(At(10, 0, 0) * 1000ULL) == 0; }));
-    ASSERT_TRUE(AwaitFinished());
-    EXPECT_EQ(Numbers(Pushed()), all);
-    const fake::Clock::Pause pause;
-    replayer.Stop();
+    EXPECT_EQ(Numbers(ReadFrom(At(10, 0, 0))), all);
+    EXPECT_EQ(Numbers(PushedFrom(At(10, 0, 0))), all);
   }
 }
 

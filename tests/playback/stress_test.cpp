@@ -37,36 +37,18 @@ class StressTest : public PlaybackTest {
 
   void Disturb(CPlaybackSession& session) {
     PlaybackFileInfo info;
-    switch (Below(9)) {
-      case 0:
-        session.Start();
-        break;
-      case 1:
-        session.Seek(m_begun + Below(120) - 20);
-        break;
-      case 2:
-        session.Fast(Below(18));
-        break;
-      case 3:
-        session.Slow(Below(4));
-        break;
-      case 4:
-        Below(2) != 0 ? session.Pause() : session.UnPause();
-        break;
-      case 5:
-        session.SeekNextIFrame();
-        break;
-      case 6:
-        session.GetPlaybackFileInfo(info);
-        session.GetPlayingFile();
-        break;
-      case 7:
-        session.IsPlaying();
-        session.GetParams(nullptr, nullptr);
-        break;
-      default:
-        session.Stop();
-    }
+    const std::function<void()> things[] = {
+        [&] { session.Start(); },
+        [&] { session.Seek(m_begun + Below(120) - 20); },
+        [&] { session.Fast(Below(18)); },
+        [&] { session.Slow(Below(4)); },
+        [&] { Below(2) != 0 ? session.Pause() : session.UnPause(); },
+        [&] { session.SeekNextIFrame(); },
+        [&] { session.GetPlaybackFileInfo(info), session.GetPlayingFile(); },
+        [&] { session.IsPlaying(), session.GetParams(nullptr, nullptr); },
+        [&] { session.Stop(); },
+    };
+    things[Below(9)]();
   }
 };
 

@@ -51,6 +51,14 @@ class CatalogueTest : public fake::DeviceTest {
   void List(const std::string& name, double seconds, int videoFrames = 0, int audioFrames = 0) {
     List(name, Bytes(Info(name, seconds, videoFrames, audioFrames)));
   }
+  // A record of its own, the newest listed; also while threads run.
+  void AddRecord(const std::string& name, double seconds, const std::string& bytes) {
+    fake::WriteFile(Path(std::string(kRoot) + "/" + name), bytes);
+    fake::WriteFile(InfoFile(name), Bytes(Info(name, seconds)));
+    auto records = m_platform.ListedRecords();
+    records.insert(records.begin(), {kRoot, name});
+    m_platform.ListRecords(records);
+  }
   RecordInfoStruct StoredInfo(const std::string& name) {
     RecordInfoStruct info = {};
     const std::string bytes = fake::ReadFile(InfoFile(name));
@@ -59,21 +67,18 @@ class CatalogueTest : public fake::DeviceTest {
     return info;
   }
 
-  std::unique_ptr<Day> Query(int day = 30) {
+  // The three catalogues of a day of January 2024.
+  template <typename... Stream>
+  std::unique_ptr<Day> Ask(int (*catalogue)(int, int, int, DayRecordMap&, Stream...), int day, Stream... stream) {
     auto found = std::make_unique<Day>();
-    found->result = GetDayRecordInfo(2024, 1, day, found->map);
+    found->result = catalogue(2024, 1, day, found->map, stream...);
     return found;
   }
+  std::unique_ptr<Day> Query(int day = 30) { return Ask(GetDayRecordInfo, day); }
   std::unique_ptr<Day> QueryStream(int stream, int day = 30) {
-    auto found = std::make_unique<Day>();
-    found->result = GetDayRecordInfo_by_streamIdx(2024, 1, day, found->map, stream);
-    return found;
+    return Ask(GetDayRecordInfo_by_streamIdx, day, stream);
   }
-  std::unique_ptr<Day> QuerySensors(int day = 30) {
-    auto found = std::make_unique<Day>();
-    found->result = GetDayRecordInfoEx(2024, 1, day, found->map);
-    return found;
-  }
+  std::unique_ptr<Day> QuerySensors(int day = 30) { return Ask(GetDayRecordInfoEx, day); }
 };
 
 // "name start-end" of each record in the map's order.

@@ -1,7 +1,6 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <random>
 
 #include "record/lookups.h"
 #include "tests/query/catalogue_records.h"
@@ -310,50 +309,6 @@ TEST_F(HostileCatalogueTest, FieldsOfThePlatformNeedNotBeTerminated) {
   EXPECT_THAT(Names(*day), ElementsAre(fits.substr(9)));
   EXPECT_EQ(m_platform.CountLogged(": the name is too long"), 4);
   EXPECT_THAT(Names(*QuerySensors()), ElementsAre(fits.substr(9)));
-}
-
-// Whatever is listed and whatever lies there: no crash, and a map that keeps its rules.
-TEST_F(HostileCatalogueTest, RandomTreesKeepTheRules) {
-  std::mt19937 random(20240131);
-  const auto below = [&](int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); };
-  const std::vector<std::string> pieces = {"20240131/", "20240130/", "0815", "00",   "-av-",  "-vv-",
-                                           "-sv-",      "-",         ".kmv", ".mp4", ".info", "1",
-                                           "6",         "/",         "..",   "%s",   "\xff",  "x"};
-  const auto randomName = [&] {
-    std::string name =
-        below(4) != 0 ? "2024013" + std::to_string(below(2)) + "/" + std::to_string(100000 + below(99999)) : "";
-    for (int n = below(8); n > 0; --n) name += pieces[static_cast<size_t>(below(static_cast<int>(pieces.size())))];
-    return below(3) != 0 ? name + "-av-" + std::to_string(below(8)) + ".kmv" : name;
-  };
-  const auto randomInfo = [&] {
-    std::string bytes = Bytes(Info("20240131/081000-av-1.kmv", below(2000), below(400), below(400)));
-    for (int n = below(4); n > 0; --n) bytes[256 + static_cast<size_t>(below(48))] = static_cast<char>(random());
-    if (below(10) == 0) bytes.resize(static_cast<size_t>(below(304)));
-    return bytes;
-  };
-  m_platform.keepLog = false;
-  size_t catalogued = 0;
-  for (int tree = 0; tree < 60; ++tree) {
-    m_platform.records.clear();
-    for (int n = below(30); n > 0; --n) {
-      const std::string name = randomName();
-      m_platform.records.push_back({kRoot, name});
-      const std::string path = InfoFile(name);
-      std::error_code error;
-      std::filesystem::create_directories(std::filesystem::path(path).parent_path(), error);
-      if (!error && !std::filesystem::is_directory(path) && path.find("..") == std::string::npos)
-        fake::WriteFile(path, randomInfo());
-    }
-    for (const int date : {30, 31}) {
-      for (const auto& day : {Query(date), QueryStream(below(8), date), QuerySensors(date)}) {
-        EXPECT_EQ(Entries(*day).size(), day->map.size());
-        for (const auto& [key, file] : day->map)
-          EXPECT_TRUE(key == file->nStartSecond || key >> 8 == file->nStartSecond) << file->szFileName;
-        catalogued += day->map.size();
-      }
-    }
-  }
-  EXPECT_GT(catalogued, 500u);
 }
 
 class LookupsTest : public fake::DeviceTest {};

@@ -1,7 +1,5 @@
 #include "record/lookups.h"
 
-#include <stdlib.h>
-
 #include <ctime>
 #include <filesystem>
 #include <random>
@@ -26,23 +24,27 @@ class QuestionsTest : public CatalogueTest {
     EXPECT_TRUE(path == "before" && offset == 77);
     return "";
   }
-  std::string At(int hour, int minute, int second = 0) {
+  template <typename Lookup>
+  std::string AnswerOf(const Lookup& lookup) const {
     std::string path = "before";
     unsigned offset = 77;
-    const int result = GetRecordFileAndOffset(2024, 1, 30, hour, minute, second, path, offset);
+    const int result = lookup(path, offset);
     return Answer(result, path, offset);
   }
-  std::string AtStream(int stream, int hour, int minute) {
-    std::string path = "before";
-    unsigned offset = 77;
-    const int result = GetRecordFileAndOffset_by_streamIdx(2024, 1, 30, hour, minute, 0, path, offset, stream);
-    return Answer(result, path, offset);
+  std::string At(int hour, int minute, int second = 0) {
+    return AnswerOf([=](std::string& path, unsigned& offset) {
+      return GetRecordFileAndOffset(2024, 1, 30, hour, minute, second, path, offset);
+    });
+  }
+  std::string AtStream(int stream, int hour, int minute, int second = 0) {
+    return AnswerOf([=](std::string& path, unsigned& offset) {
+      return GetRecordFileAndOffset_by_streamIdx(2024, 1, 30, hour, minute, second, path, offset, stream);
+    });
   }
   std::string AtSensor(int sensor, int hour, int minute) {
-    std::string path = "before";
-    unsigned offset = 77;
-    const int result = GetRecordFileAndOffsetBySensorId(2024, 1, 30, hour, minute, 0, sensor, path, offset);
-    return Answer(result, path, offset);
+    return AnswerOf([=](std::string& path, unsigned& offset) {
+      return GetRecordFileAndOffsetBySensorId(2024, 1, 30, hour, minute, 0, sensor, path, offset);
+    });
   }
   void Index(const std::string& directory, const std::string& minutes) {
     fake::WriteFile(Path(directory + "/rec_type.idx"), minutes);
@@ -137,10 +139,7 @@ TEST_F(QuestionsTest, DaysAreThoseWithAMarkEachOnce) {
 
 // A day of 23 hours and one of 25: names show the clock, and so do the answers.
 TEST_F(QuestionsTest, DaylightSavingMovesNothing) {
-  const char* zone = getenv("TZ");
-  const std::string before = zone != nullptr ? zone : "";
-  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
-  tzset();
+  const fake::Zone zone("CET-1CEST,M3.5.0,M10.5.0/3");
   Mount(0, 1000);
   for (const char* day : {"20240331", "20241027"}) {
     m_platform.records.clear();
@@ -163,27 +162,36 @@ TEST_F(QuestionsTest, DaylightSavingMovesNothing) {
   std::list<long> dates;
   GetHasRecordDateList(dates);
   EXPECT_THAT(Dates(dates), ElementsAre("20240331", "20241027"));
-  before.empty() ? unsetenv("TZ") : setenv("TZ", before.c_str(), 1);
-  tzset();
 }
 
-// Any bytes in names, side files and indexes: each answer agrees with a plain look at the catalogue and the
-// indexes.
+// Any bytes in names, side files and indexes: no crash, maps that keep their rules, and each answer agrees with a
+// plain look at the catalogue and the indexes.
 TEST_F(QuestionsTest, RandomTreesGiveAnswersThatHold) {
   std::mt19937 random(20240130);
   const auto pick = [&](unsigned most) { return static_cast<unsigned>(random() % most); };
+  const char* const pieces[] = {"20240131/", "20240130/", "0815", "00", "-av-", "-vv-", "-sv-", "-",    ".kmv",
+                                ".mp4",      ".info",     "1",    "6",  "/",    "..",   "%s",   "\xff", "x"};
+  const auto randomName = [&] {
+    char name[64];
+    std::snprintf(name, sizeof name, "2024013%u/%02u%02u%02u", pick(4) == 0 ? 1 : 0, pick(25), pick(61), pick(60));
+    std::string text = pick(8) != 0 ? name : "";
+    for (unsigned n = pick(3) == 0 ? pick(8) : 0; n > 0; --n) text += pieces[pick(std::size(pieces))];
+    return text + (pick(4) == 0 ? "-x-" : "-av-") + std::to_string(pick(9)) + (pick(3) == 0 ? ".mp4" : ".kmv");
+  };
   Mount(0, 1000);
   m_platform.keepLog = false;
+  size_t catalogued = 0;
   for (int round = 0; round < 60; ++round) {
     m_platform.records.clear();
-    for (unsigned files = pick(12); files > 0; --files) {
-      char name[64];
-      std::snprintf(name, sizeof name, "20240130/%02u%02u%02u-%s-%u.%s", pick(25), pick(61), pick(60),
-                    pick(4) == 0 ? "x" : "av", pick(9), pick(3) == 0 ? "mp4" : "kmv");
-      std::string info = Bytes(Info(name, pick(4000), static_cast<int>(pick(4000))));
+    for (unsigned files = pick(20); files > 0; --files) {
+      const std::string name = randomName();
+      std::string info = Bytes(Info(name, pick(4000), static_cast<int>(pick(4000)), static_cast<int>(pick(400))));
       if (pick(3) == 0) info[pick(304)] = static_cast<char>(random());
-      if (pick(6) == 0) info.resize(303);
-      List(name, info);
+      if (pick(6) == 0) info.resize(pick(304));
+      m_platform.records.push_back({kRoot, name});
+      std::error_code error;
+      std::filesystem::create_directories(std::filesystem::path(InfoFile(name)).parent_path(), error);
+      if (!error && name.find("..") == std::string::npos) fake::WriteFile(InfoFile(name), info);
     }
     std::string index(pick(1500), 'C');
     for (unsigned marks = pick(40); marks > 0 && !index.empty(); --marks)
@@ -207,14 +215,19 @@ TEST_F(QuestionsTest, RandomTreesGiveAnswersThatHold) {
         expected = std::string(at->second->szFileName).substr(9) + " +" +
                    std::to_string(start < target ? target - start : 0);
       }
-      std::string path = "before";
-      unsigned offset = 77;
-      const int hour = static_cast<int>(target / 3600);
-      const int result = GetRecordFileAndOffset_by_streamIdx(2024, 1, 30, hour, static_cast<int>(target / 60 % 60),
-                                                             static_cast<int>(target % 60), path, offset, 1);
-      EXPECT_EQ(Answer(result, path, offset), expected);
+      const int second = static_cast<int>(target);
+      EXPECT_EQ(AtStream(1, second / 3600, second / 60 % 60, second % 60), expected);
+    }
+    for (const int date : {30, 31}) {
+      for (const auto& day : {Query(date), QueryStream(static_cast<int>(pick(8)), date), QuerySensors(date)}) {
+        EXPECT_EQ(Entries(*day).size(), day->map.size());
+        for (const auto& [key, file] : day->map)
+          EXPECT_TRUE(key == file->nStartSecond || key >> 8 == file->nStartSecond) << file->szFileName;
+        catalogued += day->map.size();
+      }
     }
   }
+  EXPECT_GT(catalogued, 500u);
 }
 
 }  // namespace
