@@ -1,7 +1,6 @@
 // A card that anybody may have written: names, side files and a type index made of arbitrary bytes, asked by every
 // lookup and cleaned up. The input is a list of records: a byte that tells where the file lies, one for the length
 // of its name, two for the length of its content, then both.
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,8 +17,6 @@
 #include "record/catalogue.h"
 #include "record/lookups.h"
 #include "record/maintenance.h"
-#include "storage/layout.h"
-#include "tests/support/device_test.h"
 
 namespace {
 
@@ -121,14 +118,11 @@ void CleanUp(const fuzz::Device& device) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const fuzz::Device device;
-  static const bool prepared = [] {
+  static const fuzz::Device device([](const fuzz::Device& made) {
     fake::Platform::Get().mounted = {"/mnt/mmc0"};
-    fake::WriteFile(device.Path(kOutside), "precious");
+    fake::WriteFile(made.Path(kOutside), "precious");
     Require(std::freopen("/dev/null", "w", stdout) != nullptr);  // the lookups tell what they find
-    return true;
-  }();
-  static_cast<void>(prepared);
+  });
   fs::remove_all(device.Path("/mnt"));
   fs::create_directories(device.Path("/mnt/mmc0"));
   Input input(data, size);

@@ -1,22 +1,18 @@
 // A record file that anybody may have written, through both exports. It lies there twice, a second apart, so that
 // one is joined to the other.
 #include <cstdint>
-#include <cstring>
 #include <future>
 #include <string>
 #include <utility>
 
 #include "fuzz/fuzz_device.h"
 #include "record/export.h"
-#include "record/types.h"
-#include "tests/support/device_test.h"
 #include "tests/support/fake_mp4.h"
 
 namespace {
 
 using fuzz::Require;
 
-constexpr char kRoot[] = "/mnt/mmc0/schedule";
 const char* const kExtensions[] = {".kmv", ".avi", ".mp4"};
 std::promise<int>* g_result = nullptr;
 
@@ -32,16 +28,6 @@ void Run(Export& job) {
   Require(job.Start() == 0);
   Require(result.get_future().get() == 0);
   job.Stop();
-}
-
-void AddRecord(const fuzz::Device& device, const std::string& name, const std::string& bytes) {
-  RecordInfoStruct info = {};
-  info.startSeconds = 1706600000;
-  info.endSeconds = info.startSeconds + 300;
-  const std::string path = device.Path(std::string(kRoot) + "/" + name);
-  fake::WriteFile(path, bytes);
-  fake::WriteFile(path + ".info", std::string(reinterpret_cast<const char*>(&info), sizeof info));
-  fake::Platform::Get().records.insert(fake::Platform::Get().records.begin(), {kRoot, name});
 }
 
 void RequireTimesToGoUp(const std::string& path) {
@@ -65,8 +51,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fake::Platform::Get().records.clear();
   const std::string extension = kExtensions[data[0] % 3];
   const std::string bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
-  AddRecord(s_device, "20240130/080000-av-1" + extension, bytes);
-  AddRecord(s_device, "20240130/080001-av-1" + extension, bytes);
+  s_device.AddRecord("20240130/080000-av-1" + extension, bytes, 1706600000, 300);
+  s_device.AddRecord("20240130/080001-av-1" + extension, bytes, 1706600000, 300);
   const std::string output = s_device.Path("/tmp/out.mp4");
   {
     CExportRecord job(

@@ -6,15 +6,11 @@
 
 #include "fuzz/fuzz_device.h"
 #include "record/catalogue.h"
-#include "storage/layout.h"
-#include "storage/record_info.h"
-#include "tests/support/device_test.h"
 
 namespace {
 
 using fuzz::Require;
 
-constexpr char kRoot[] = "/mnt/mmc0/schedule";
 constexpr const char* kFinished = "20240131/080000-av-1.kmv";
 constexpr const char* kRecording = "20240131/081000-av-2.kmv";
 constexpr const char* kEarlier = "20240131/075900-av-1.kmv";
@@ -31,19 +27,14 @@ void CheckMap(const DayRecordMap& map, int shift) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const fuzz::Device device;
-  static const bool prepared = [] {
+  static const fuzz::Device device([](const fuzz::Device&) {
     for (const char* name : {kRecording, kFinished, kEarlier})
-      fake::Platform::Get().records.push_back({kRoot, name});
+      fake::Platform::Get().records.push_back({fuzz::Device::kRoot, name});
     fake::WriteFile(record::LockFilePath(kRecording), "");
-    return true;
-  }();
-  static_cast<void>(prepared);
+  });
 
   const std::string bytes(reinterpret_cast<const char*>(data), size);
-  const auto infoFile = [](const char* name) {
-    return record::InfoPath(device.Path(std::string(kRoot) + "/" + name));
-  };
+  const auto infoFile = [](const char* name) { return record::InfoPath(device.RecordPath(name)); };
   for (int variant = 0; variant < 3; ++variant) {
     for (const char* name : {kRecording, kFinished, kEarlier}) fake::WriteFile(infoFile(name), bytes);
     DayRecordMap map;

@@ -12,8 +12,6 @@ extern "C" {
 
 #include "fuzz/reader_run.h"
 #include "record/platform.h"
-#include "storage/layout.h"
-#include "tests/support/device_test.h"
 
 namespace {
 

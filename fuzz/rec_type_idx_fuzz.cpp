@@ -1,11 +1,9 @@
 // A type index that anybody may have written, loaded by a record task, marked and loaded again.
 #include <cstdint>
-#include <cstdio>
 #include <string>
 
 #include "fuzz/fuzz_device.h"
 #include "tests/record/probe_task.h"
-#include "tests/support/device_test.h"
 
 namespace {
 

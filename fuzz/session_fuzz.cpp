@@ -1,25 +1,20 @@
 // A record file that anybody may have written, played by whole sessions and replayers: as the file of a day
 // between two good ones, and by itself. The first bytes also choose the speed and the point to begin at.
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "fuzz/fuzz_device.h"
 #include "record/playback.h"
 #include "record/replay.h"
-#include "storage/layout.h"
-#include "storage/record_info.h"
 #include "tests/format/kmv_bytes.h"
-#include "tests/support/device_test.h"
 
 namespace {
 
 using fuzz::Require;
 
-constexpr char kRoot[] = "/mnt/mmc0/schedule";
 constexpr const char* kNames[] = {"20240130/080000-av-1.kmv", "20240130/080010-av-1.kmv",
                                   "20240130/080020-av-1.kmv"};
-constexpr long kBegin = 1706601600;  // 2024-01-30 08:00:00
+constexpr std::uint32_t kBegin = 1706601600;  // 2024-01-30 08:00:00
 
 PlaybackPushResult Video(unsigned, const char* frame, unsigned length, unsigned long long, int) {
   unsigned sum = 0;
@@ -31,15 +26,6 @@ PlaybackPushResult Video(unsigned, const char* frame, unsigned length, unsigned 
 
 PlaybackPushResult Audio(unsigned session, const char* frame, unsigned length, unsigned long long ptsMs) {
   return Video(session, frame, length, ptsMs, 0);
-}
-
-void Put(const fuzz::Device& device, const char* name, const std::string& bytes) {
-  const std::string path = device.Path(std::string(kRoot) + "/" + name);
-  fake::WriteFile(path, bytes);
-  RecordInfoStruct info = {};
-  info.startSeconds = static_cast<std::uint32_t>(kBegin);
-  info.endSeconds = info.startSeconds + 10;
-  record::WriteRecordInfo(record::InfoPath(path), info);
 }
 
 void Play(CPlaybackControls& session, int speed) {
@@ -54,27 +40,21 @@ void Play(CPlaybackControls& session, int speed) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const fuzz::Device device;
-  static const bool prepared = [] {
+  static const fuzz::Device device([](const fuzz::Device& made) {
     kmvtest::File good;
     good.FillTwoSeconds();
     good.Finish(2000);
-    for (const int n : {2, 1, 0}) {
-      Put(device, kNames[n], good.Bytes());
-      fake::Platform::Get().records.push_back({kRoot, kNames[n]});
-    }
-    return true;
-  }();
-  static_cast<void>(prepared);
+    for (const char* name : kNames) made.AddRecord(name, good.Bytes(), kBegin, 10);
+  });
   if (size > 65536) return 0;
-  Put(device, kNames[1], std::string(reinterpret_cast<const char*>(data), size));
+  device.PutRecord(kNames[1], std::string(reinterpret_cast<const char*>(data), size), kBegin, 10);
   const int speed = size > 0 ? data[0] % 16 + 1 : 1;
-  const long begin = kBegin + (size > 1 ? data[1] % 30 : 0);
+  const long begin = static_cast<long>(kBegin) + (size > 1 ? data[1] % 30 : 0);
 
   CPlaybackSession day(1, 0, begin, nullptr, Video, Audio, nullptr);
   Play(day, speed);
-  CPlayFileSession file(2, device.Path(std::string(kRoot) + "/" + kNames[1]), nullptr, Video, Audio, nullptr);
-  file.Seek(begin - kBegin);
+  CPlayFileSession file(2, device.RecordPath(kNames[1]), nullptr, Video, Audio, nullptr);
+  file.Seek(begin - static_cast<long>(kBegin));
   Play(file, 16);
   fake::Platform::Get().ClearRecord();
   device.AwaitThreads();
