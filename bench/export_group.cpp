@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <mutex>
+#include <utility>
 
 #include "bench/child.h"
 #include "bench/day_tree.h"
@@ -91,10 +92,8 @@ class Exports {
   }
 
   Contender Library(Container container) {
-    return {std::string("export of ") + NameOf(container), [this, container] {
-              FetchMemory();
-              return Export(container, m_seconds).cost;
-            }};
+    return {std::string("export of ") + NameOf(container),
+            [this, container] { return Export(container, m_seconds).cost; }};
   }
   // libavformat reads no KMV: there it copies the same frames out of MP4.
   Contender Ffmpeg(Container container) const {
@@ -108,10 +107,7 @@ class Exports {
   }
   Contender Cp(Container container) const {
     const std::string source = SourceOf(container);
-    return {"cp of the same bytes", [this, source] {
-              FetchMemory();
-              return Cleaned(RunProgram({"cp", source, m_output})).cost;
-            }};
+    return {"cp of the same bytes", [this, source] { return Cleaned(RunProgram({"cp", source, m_output})).cost; }};
   }
 
   ChildUse Export(Container container, int seconds) const {
@@ -132,7 +128,6 @@ class Exports {
     std::vector<std::string> words = {"ffmpeg", "-nostdin", "-v", "quiet", "-y", "-i", source, "-c", "copy"};
     words.insert(words.end(), more.begin(), more.end());
     words.insert(words.end(), {"-f", "mov", m_output});
-    FetchMemory();
     return Cleaned(RunProgram(words)).cost;
   }
   ChildUse Cleaned(const ChildUse& use) const {
@@ -154,6 +149,12 @@ void AgainstOthers(Exports& exports, const Options& options, const std::string& 
     contenders.push_back(exports.Cp(container));
   }
   contenders.push_back(exports.FfmpegStart());
+  for (Contender& each : contenders) {
+    each.pass = [pass = std::move(each.pass)] {
+      FetchMemory();
+      return pass();
+    };
+  }
   TakeTurns(options.rounds, contenders);
   for (size_t i = 0; i + 2 < contenders.size(); i += 3) {
     const std::string what = contenders[i].name + ", " + where;

@@ -33,16 +33,18 @@ class Outcomes {
   Outcomes(const Outcomes&) = delete;
   Outcomes& operator=(const Outcomes&) = delete;
 
-  // The text of the next one that was not looked at yet; it has to be `code`, those of `passed` do not count. When
-  // none comes, the last that did.
+  // The text of the next one that was not looked at yet; it has to come and be `code`, those of `passed` do not
+  // count.
   std::string Next(int code, int passed = 0) {
     const auto isNext = [this, passed] {
       while (m_seen < m_heard.size() && m_heard[m_seen].first == passed) ++m_seen;
       return m_seen < m_heard.size();
     };
     std::unique_lock<std::mutex> lock(m_mutex);
-    if (!m_changed.wait_for(lock, std::chrono::seconds(20), isNext))
-      return m_heard.empty() ? "" : m_heard.back().second;
+    if (!m_changed.wait_for(lock, std::chrono::seconds(20), isNext)) {
+      ADD_FAILURE() << "nothing comes behind: " << (m_heard.empty() ? "nothing" : m_heard.back().second);
+      return "";
+    }
     const auto& [heard, text] = m_heard[m_seen++];
     EXPECT_EQ(heard, code) << text;
     return text;
